@@ -1,0 +1,55 @@
+#include "base/log.h"
+#include "ui/dialogcld.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QLocale>
+#include <QSharedMemory>
+#include <QStandardPaths>
+#include <QTranslator>
+
+namespace
+{
+
+constexpr int alreadyRunning = 1;
+
+/// Where segments outlive their process, that of a killed client stays behind. Whoever lets go of such a
+/// segment last removes it; one that a living client holds stays.
+void releaseAbandoned(QSharedMemory& lock)
+{
+    if (lock.attach(QSharedMemory::ReadOnly))
+        lock.detach();
+}
+
+} // namespace
+
+int main(int argc, char* argv[])
+{
+    QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
+    QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
+    QApplication application(argc, argv);
+
+    QTranslator translator;
+    translator.load(QLocale(QLocale::Slovenian, QLocale::AnyCountry), QStringLiteral(":/language"));
+    QCoreApplication::installTranslator(&translator);
+    ORVEL_LOG << "Ran " << argv[0];
+
+    QSharedMemory lock;
+    lock.setKey(QStringLiteral("kestakljuc"));
+    releaseAbandoned(lock);
+    if (!lock.create(1, QSharedMemory::ReadWrite)) {
+        ORVEL_LOG << "shared memory exists";
+        return alreadyRunning;
+    }
+
+    // The names are not set yet: both follow the executable's file name, as the engine's directory does.
+    QDir data(QStandardPaths::writableLocation(QStandardPaths::DataLocation));
+    data.mkdir(QCoreApplication::applicationName());
+    data.cd(QCoreApplication::applicationName());
+
+    DialogCld dialog;
+    dialog.show();
+    const int exitCode = QApplication::exec();
+    lock.detach(); // before the dialog goes: its end may wait for the engine, the next start need not
+    return exitCode;
+}

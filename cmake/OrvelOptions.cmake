@@ -1,0 +1,34 @@
+# What every target of the project is compiled with, as one INTERFACE target instead of global flags.
+option(ORVEL_WERROR "Treat compiler warnings as errors" OFF)
+
+find_program(CCACHE_PROGRAM ccache)
+if(CCACHE_PROGRAM)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE_PROGRAM}")
+endif()
+
+set(CMAKE_AUTOMOC ON)
+set(CMAKE_AUTORCC ON)
+set(CMAKE_CXX_EXTENSIONS OFF)
+
+add_library(orvel_options INTERFACE)
+target_compile_features(orvel_options INTERFACE cxx_std_17)
+target_include_directories(orvel_options INTERFACE "${PROJECT_SOURCE_DIR}")
+target_compile_definitions(orvel_options INTERFACE
+  QT_NO_CAST_TO_ASCII
+  QT_NO_CAST_FROM_ASCII
+  QT_NO_CAST_FROM_BYTEARRAY
+  QT_NO_FOREACH
+  QT_NO_URL_CAST_FROM_STRING
+  QT_STRICT_ITERATORS
+)
+target_compile_options(orvel_options INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align
+  $<$<BOOL:${ORVEL_WERROR}>:-Werror>
+)
+
+# One folder, one library: its SOURCES, and under LINK what it stands on.
+function(orvel_add_library name)
+  cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})
+  add_library(${name} STATIC ${arg_SOURCES})
+  target_link_libraries(${name} PUBLIC orvel_options orvel_base ${arg_LINK})
+endfunction()

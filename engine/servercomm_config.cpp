@@ -1,0 +1,76 @@
+#include "base/log.h"
+#include "engine/servercomm.h"
+#include "json/json.h"
+
+#include <QFile>
+#include <QSaveFile>
+
+void ServerComm::readConfig()
+{
+    ORVEL_LOG << "servercomm:" << "Read config " << m_configPath;
+    QFile file(m_configPath);
+    const QByteArray content = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+    file.close();
+
+    const Machine machine = Machine::current();
+    if (content.isEmpty()) {
+        m_config.setFirstRunDefaults(machine);
+        saveConfig(true);
+        return;
+    }
+
+    bool ok = false;
+    const QVariant parsed = Json::parse(QString::fromUtf8(content.constData()), ok);
+    if (!ok || parsed.userType() != QMetaType::QVariantMap)
+        return;
+    m_config.read(parsed.toMap(), machine);
+    ORVEL_LOG << "servercomm:" << "Shared dirs " << m_config.dirs.join(QLatin1Char(' '));
+    saveConfig(false);
+}
+
+void ServerComm::saveConfig(bool post)
+{
+    ORVEL_LOG << "servercomm:" << "Save config " << base::text(post);
+    m_configBytes = Json::serialize(m_config.toMap(Machine::current()));
+    ORVEL_LOG << "servercomm:" << "Saving cfg to " << m_configPath;
+    // Replaced in one step: a crash or a full disk leaves the old text, never half of the new one.
+    QSaveFile file(m_configPath);
+    if (file.open(QIODevice::WriteOnly)) {
+        file.write(m_configBytes);
+        file.commit();
+    }
+    if (post)
+        postConfig();
+}
+
+void ServerComm::saveConfig()
+{
+    saveConfig(true);
+}
+
+void ServerComm::setHome(const QString& homepath, const QString& homefolder)
+{
+    m_config.homepath = homepath;
+    m_config.homefolder = homefolder;
+}
+
+const EngineConfig& ServerComm::config() const
+{
+    return m_config;
+}
+
+const QString& ServerComm::configPath() const
+{
+    return m_configPath;
+}
+
+/// The computer may have changed networks since the address was chosen.
+void ServerComm::checkLocalAddress()
+{
+    const Machine machine = Machine::current();
+    if (machine.addresses.contains(m_config.srvip))
+        return;
+    ORVEL_LOG << "servercomm:" << "postConfig " << m_config.srvip << " not found, using " << machine.firstAddress();
+    m_config.srvip = machine.firstAddress();
+    saveConfig(false);
+}

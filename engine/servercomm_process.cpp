@@ -1,0 +1,190 @@
+#include "base/deployment.h"
+#include "base/log.h"
+#include "engine/engineprocess.h"
+#include "engine/servercomm.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcessEnvironment>
+#include <QStandardPaths>
+#include <QTimer>
+
+namespace
+{
+
+constexpr int firstPostDelay = 500;  // ms
+constexpr int postRetryDelay = 1000; // ms
+constexpr int shutdownTimeout = 3000; // ms
+
+} // namespace
+
+ServerComm::ServerComm(const QString& applicationName, const QString& organizationName, bool autostart)
+    : m_process(makeEngineProcess())
+    , m_autostart(autostart)
+    , m_running(autostart)
+{
+    m_config.syncfolders = QStringList{applicationName};
+    m_config.appname = applicationName;
+    m_config.organization = organizationName;
+    m_config.synchome = tr(deployment::serverHost);
+    m_config.srvip = Machine::current().firstAddress();
+
+    connectProcess();
+    ORVEL_LOG << "servercomm:" << "ServerComm created ";
+    openStateDir();
+    m_rootDir = QDir::currentPath();
+    seedConfig();
+    ORVEL_LOG << "servercomm:" << "Cfg path " << m_configPath;
+    ORVEL_LOG << "servercomm:" << "Rootdir " << m_rootDir;
+    QDir(QDir::tempPath()).mkdir(applicationName);
+    prepareEnvironment();
+    readConfig();
+    if (m_autostart)
+        startServer();
+    QTimer::singleShot(firstPostDelay, this, SLOT(configTimeout()));
+    ORVEL_LOG << "servercomm:" << "Comm initialized\n";
+}
+
+ServerComm::~ServerComm()
+{
+    m_running = false; // this end is wanted: nobody is to be told that the engine died
+    m_process->kill();
+    m_process->waitForFinished(shutdownTimeout);
+}
+
+void ServerComm::connectProcess()
+{
+    connect(m_process.get(), SIGNAL(started()), this, SLOT(serverStarted()));
+    connect(m_process.get(), SIGNAL(readyReadStandardError()), this, SLOT(serverOutput()));
+    connect(m_process.get(), SIGNAL(readyReadStandardOutput()), this, SLOT(serverOutput()));
+    connect(m_process.get(), SIGNAL(error(QProcess::ProcessError)), this, SLOT(srvError(QProcess::ProcessError)));
+    connect(m_process.get(), SIGNAL(finished(int, QProcess::ExitStatus)), this,
+            SLOT(srvFinished(int, QProcess::ExitStatus)));
+}
+
+void ServerComm::openStateDir()
+{
+    QDir dir(QStandardPaths::writableLocation(QStandardPaths::DataLocation));
+    // A fresh home may lack the parents, too.
+    dir.mkpath(QStringLiteral("."));
+    m_stateDir = dir.path();
+    m_config.statedir = m_stateDir;
+}
+
+void ServerComm::seedConfig()
+{
+    const QString fileName = QStringLiteral("/config.json");
+    m_configPath = m_stateDir + fileName;
+    if (!QFileInfo::exists(m_configPath))
+        QFile::copy(m_rootDir + fileName, m_configPath);
+}
+
+void ServerComm::prepareEnvironment()
+{
+    const QString binDir = QDir(m_rootDir + QStringLiteral("/erlang/erts-9.0/bin")).path();
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert(QStringLiteral("ROOTDIR"), QDir(m_rootDir + QStringLiteral("/erlang")).path());
+    environment.insert(QStringLiteral("BINDIR"), binDir);
+    m_process->setProcessEnvironment(environment);
+    m_process->setWorkingDirectory(binDir);
+}
+
+void ServerComm::toggleServer(bool on)
+{
+    ORVEL_LOG << "servercomm:" << "Server toggle " << base::text(on);
+    if (on) {
+        if (!m_running) {
+            m_running = true;
+            startServer();
+        }
+    } else if (m_running) {
+        ORVEL_LOG << "servercomm:" << "Terminating erlang";
+        m_process->kill();
+        m_running = false;
+    }
+}
+
+void ServerComm::startServer()
+{
+    const QString program = QDir(QStringLiteral("erlang/erts-9.0/bin/erl.exe")).path();
+    if (!m_running)
+        return;
+    ORVEL_LOG << "servercomm:" << "Running server " << base::text(m_running) << " " << program;
+    // A killed engine that is still ending is followed by the next one when it has ended: srvFinished().
+    if (m_process->state() != QProcess::NotRunning)
+        return;
+    // Taken against our own current directory: on Unix the child would look from its working directory.
+    m_process->start(QFileInfo(program).absoluteFilePath(),
+                     {QStringLiteral("+Bd"), QStringLiteral("-noshell"), QStringLiteral("-eval"),
+                      QStringLiteral("begin file:set_cwd(\"../../srv/ebin\"),rtsp:startplain(false) end")},
+                     QIODevice::ReadWrite);
+}
+
+bool ServerComm::running() const
+{
+    return m_running;
+}
+
+bool ServerComm::postConfig()
+{
+    if (m_process->state() != QProcess::Running) {
+        if (m_process->state() == QProcess::NotRunning)
+            startServer();
+        return false;
+    }
+
+    checkLocalAddress();
+    if (m_configBytes.isEmpty()) {
+        QFile file(m_configPath);
+        if (file.open(QIODevice::ReadOnly))
+            m_configBytes = file.readAll();
+    }
+    if (m_checkPortPending) {
+        m_checkPortPending = false;
+        send({{QStringLiteral("cmd"), QStringLiteral("checkport")}});
+    } else if (m_resetUpnpPending) {
+        m_resetUpnpPending = false;
+        send({{QStringLiteral("cmd"), QStringLiteral("resetupnp")}});
+    }
+    return sendText(m_configBytes) > 0;
+}
+
+const QString& ServerComm::stateDir() const
+{
+    return m_stateDir;
+}
+
+const QString& ServerComm::rootDir() const
+{
+    return m_rootDir;
+}
+
+void ServerComm::serverStarted()
+{
+    postConfig();
+    ORVEL_LOG << "servercomm:" << "Server Started!";
+}
+
+void ServerComm::configTimeout()
+{
+    if (!postConfig())
+        QTimer::singleShot(postRetryDelay, this, SLOT(configTimeout()));
+}
+
+void ServerComm::srvError(QProcess::ProcessError error)
+{
+    ORVEL_LOG << "servercomm:" << "Process start error " << static_cast<int>(error);
+}
+
+void ServerComm::srvFinished(int exitCode, QProcess::ExitStatus exitStatus)
+{
+    Q_UNUSED(exitCode)
+    Q_UNUSED(exitStatus)
+    ORVEL_LOG << "servercomm:" << "srv finished! autostart=" << base::text(m_autostart)
+              << " running=" << base::text(m_running);
+    if (!m_running || m_autostart)
+        return;
+    m_running = false;
+    emit serverDied();
+}

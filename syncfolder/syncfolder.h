@@ -1,0 +1,82 @@
+#pragma once
+
+#include <QDir>
+#include <QList>
+#include <QObject>
+#include <QPointer>
+#include <QSet>
+#include <QStringList>
+#include <QVariantList>
+
+#include <memory>
+
+class PickHomepath;
+class ServerComm;
+class WinFileWatcher;
+
+/// Knows where the account's sync folders ("roots") lie on disk.
+///
+/// It reads the roots file that the engine keeps per account, starts the engine when the last account's
+/// roots are still there, watches them and reports changed directories in batches of a second, and carries
+/// out the user's answer when the sync folder has gone missing. It never synchronises files itself.
+/// GUI thread only. Failures to read, write, rename or remove are not reported to the caller.
+class SyncFolder final : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(SyncFolder)
+
+public:
+    /// Checks the last account's roots and switches the engine on when they are there. @p server is not
+    /// owned and must outlive this object. Application and organisation names must be set.
+    SyncFolder(ServerComm* server, QObject* parent);
+    ~SyncFolder() override;
+
+    /// To be called each time the user turns to the application: asks for a missing sync folder.
+    void AppActivated();
+    /// Whether every root of the account can be entered; remembers the last of them as rootPath().
+    bool validRootPaths(quint64 uid);
+    /// The elements of the current account's roots file; empty when there is none or it is no JSON array.
+    QVariantList readRoots() const;
+    /// Remembers the engine's cache directory inside @p root, if it has one.
+    void findCacheDir(const QDir& root);
+    /// Moves the sync folder to @p newPath (its full new path, which must not exist).
+    void moveRoot(const QString& newPath);
+
+    /// Full path of the last root that passed the check at start; empty until then.
+    const QString& rootPath() const;
+    /// Id of the account whose roots are loaded; 0 for none.
+    quint64 uid() const;
+
+signals:
+    // Both pass a list that ends with the call: connect them directly.
+    void pathsChanged(QStringList& paths);
+    void rootsChanged(QList<QDir>& roots);
+
+private slots:
+    void RootPicked(QString path);
+    void RootDeleted();
+    void extPathsChanged(QStringList* paths);
+    void reportTimeout();
+    void rootsChanged();
+    void loginChanged();
+    void pickHomeclosed(int result);
+    void macEventChecker();
+    void macEventChecker1();
+
+private:
+    QString rootsFile() const;
+    void destroyWatcher();
+
+    ServerComm* m_server;
+    QString m_rootPath;
+    QPointer<PickHomepath> m_picker;
+    bool m_rootValid = true;
+    quint64 m_uid = 0;
+    QStringList m_pendingPaths;
+    QSet<QString> m_pendingSet; ///< the same paths, to find one without a walk
+    bool m_reportArmed = false;
+    bool m_reportAgain = false;
+    qint64 m_lastChangeTime; ///< ms since the epoch
+    QDir m_cacheDir;
+    std::unique_ptr<WinFileWatcher> m_watcher;
+};

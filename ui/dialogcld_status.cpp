@@ -1,0 +1,88 @@
+#include "base/log.h"
+#include "engine/servercomm.h"
+#include "shell/placement.h"
+#include "syncfolder/syncfolder.h"
+#include "ui/dialogcld.h"
+#include "ui/panelview.h"
+#include "ui/traystatus.h"
+
+#include <QAction>
+#include <QCoreApplication>
+#include <QSettings>
+
+namespace
+{
+
+constexpr float gibibytesPerByte = 9.313226e-10F;
+constexpr int gibibyteShift = 30;
+constexpr int freePrecision = 2; // significant digits
+
+QString trayTitle()
+{
+    return QCoreApplication::applicationName() + QLatin1Char(' ') + QCoreApplication::applicationVersion();
+}
+
+} // namespace
+
+void DialogCld::createTray()
+{
+    m_tray = new QSystemTrayIcon(this);
+    m_tray->setContextMenu(m_menu);
+    m_tray->setIcon(QIcon(QStringLiteral(":/omri36.png")));
+    m_tray->setVisible(true);
+    m_tray->setToolTip(trayTitle());
+    connect(m_tray, SIGNAL(activated(QSystemTrayIcon::ActivationReason)), this,
+            SLOT(trayActivated(QSystemTrayIcon::ActivationReason)));
+}
+
+void DialogCld::srvStateChange()
+{
+    const EngineState& state = m_server->state();
+    ORVEL_LOG << "maindlg:" << "network state " << state.netState;
+    const bool accountKnown = m_syncFolder && m_syncFolder->uid() != 0;
+    if (const auto view =
+            panelView(state.netState, accountKnown, m_loginAttempts, QCoreApplication::applicationName()))
+        m_panel.show(*view);
+    if (const auto status = trayStatus(state, trayTitle())) {
+        m_tray->setIcon(QIcon(status->icon));
+        m_tray->setToolTip(status->toolTip);
+    }
+}
+
+void DialogCld::spaceUsedChanged()
+{
+    const EngineState& state = m_server->state();
+    const quint64 free = state.quota - state.space;
+    ORVEL_LOG << "maindlg:" << "space used changed free =" << free << state.quota;
+    const double freeGibibytes = static_cast<double>(free) * static_cast<double>(gibibytesPerByte);
+    m_spaceAction->setText(QStringLiteral("%L1 GB ").arg(freeGibibytes, 0, 'g', freePrecision) + tr("free out of")
+                           + QStringLiteral(" %1 GB").arg(state.quota >> gibibyteShift));
+    m_packageAction->setText(QStringLiteral("%1 - ").arg(state.package) + tr("Change package"));
+}
+
+void DialogCld::srvDied()
+{
+    ORVEL_LOG << "maindlg:" << "srvdied";
+    m_syncFolder.reset();
+    createSyncFolder();
+}
+
+void DialogCld::aboutToDie()
+{
+    m_quitting = true;
+    m_server->toggleServer(false);
+}
+
+void DialogCld::rootsChanged(QList<QDir>& roots)
+{
+    ORVEL_LOG << "maindlg:" << "rootschanged " << roots.size();
+    for (const QDir& root : qAsConst(roots))
+        m_panel.showFolder(root.path());
+}
+
+void DialogCld::toggleStartUp(bool on)
+{
+    ORVEL_LOG << "maindlg:" << "Toggle startup " << base::text(on);
+    placement::setStartup(on, QCoreApplication::applicationName(), QCoreApplication::applicationFilePath());
+    QSettings().setValue(QStringLiteral("runstartup"), on ? 1 : 0);
+}

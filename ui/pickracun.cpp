@@ -1,0 +1,37 @@
+#include "ui/pickracun.h"
+
+#include <QGroupBox>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QVBoxLayout>
+
+PickRacun::PickRacun(const QStringList& ids)
+    : m_ids(ids)
+    , m_group(new QGroupBox(tr("Pick accunt")))
+{
+    setWindowTitle(tr("Orvel Storage account"));
+
+    auto* choices = new QVBoxLayout(m_group);
+    for (const QString& id : qAsConst(m_ids)) {
+        choices->addWidget(new QRadioButton(id));
+    }
+
+    auto* button = new QPushButton(tr("Login"));
+    button->setDefault(true);
+    connect(button, SIGNAL(clicked()), this, SLOT(dologin()));
+
+    auto* layout = new QVBoxLayout(this);
+    layout->addWidget(m_group);
+    layout->addWidget(button);
+}
+
+void PickRacun::dologin()
+{
+    const auto choices = m_group->findChildren<QRadioButton*>();
+    for (const QRadioButton* choice : choices) {
+        if (choice->isChecked()) {
+            emit PickedRacun(choice->text());
+            return;
+        }
+    }
+}
