@@ -1,0 +1,119 @@
+%% Files and directories as the engine sees them: names are raw binaries, so
+%% every name that the file system can hold is handled, and every look is a
+%% look at the entry itself, never through a symbolic link.
+-module(engine_file).
+
+-include_lib("kernel/include/file.hrl").
+
+-export([look/1, list/1, hash/1, read/1, write_atomic/3, ensure_dir/1,
+         join/2, from_native/1, cache_name/0]).
+
+-export_type([entry/0, sig/0]).
+
+-define(CHUNK, 262144).
+
+%% What tells one state of a file from another without reading it.
+-type sig() :: {Size :: non_neg_integer(), MTime :: integer(),
+                CTime :: integer(), Inode :: non_neg_integer()}.
+-type entry() :: {dir, sig()} | {file, sig()} | other.
+
+%% The hidden directory directly in a root that holds the engine's own files.
+-spec cache_name() -> binary().
+cache_name() -> <<".orvel.cache">>.
+
+-spec look(binary()) -> entry() | absent | {error, atom()}.
+look(Path) ->
+    case file:read_link_info(Path, [raw, {time, posix}]) of
+        {ok, #file_info{type = directory, inode = Inode}} ->
+            {dir, {0, 0, 0, Inode}};
+        {ok, #file_info{type = regular} = Info} ->
+            {file, {Info#file_info.size, Info#file_info.mtime,
+                    Info#file_info.ctime, Info#file_info.inode}};
+        {ok, _} -> other;
+        {error, enoent} -> absent;
+        {error, enotdir} -> absent;
+        {error, Reason} -> {error, Reason}
+    end.
+
+-spec list(binary()) -> {ok, [binary()]} | {error, atom()}.
+list(Dir) ->
+    case file:list_dir_all(Dir) of
+        {ok, Names} -> {ok, lists:sort([from_native(Name) || Name <- Names])};
+        {error, Reason} -> {error, Reason}
+    end.
+
+%% The bytes of a name or of a variable of the environment.
+-spec from_native(string() | binary()) -> binary().
+from_native(Name) when is_binary(Name) -> Name;
+from_native(Name) ->
+    case file:native_name_encoding() of
+        utf8 -> unicode:characters_to_binary(Name);
+        latin1 -> list_to_binary(Name)
+    end.
+
+-spec join(binary(), binary()) -> binary().
+join(Root, <<>>) -> Root;
+join(Root, Rel) -> <<Root/binary, "/", Rel/binary>>.
+
+-spec hash(binary()) -> {ok, binary()} | {error, atom()}.
+hash(Path) ->
+    case file:open(Path, [read, raw, binary]) of
+        {ok, File} ->
+            try hash_all(File, crypto:hash_init(sha256))
+            after file:close(File)
+            end;
+        {error, Reason} -> {error, Reason}
+    end.
+
+hash_all(File, Context) ->
+    case file:read(File, ?CHUNK) of
+        {ok, Bytes} -> hash_all(File, crypto:hash_update(Context, Bytes));
+        eof -> {ok, crypto:hash_final(Context)};
+        {error, Reason} -> {error, Reason}
+    end.
+
+-spec read(binary()) -> {ok, binary()} | {error, atom()}.
+read(Path) -> file:read_file(Path).
+
+%% Replaces a file in one step: whoever reads it, also after a crash, finds
+%% the old content or the new one.
+-spec write_atomic(binary(), iodata(), non_neg_integer()) -> ok | {error, atom()}.
+write_atomic(Path, Bytes, Mode) ->
+    Temp = <<Path/binary, ".new">>,
+    _ = file:delete(Temp),
+    case file:open(Temp, [write, raw, binary, exclusive]) of
+        {ok, File} ->
+            Written = try chain([fun() -> file:change_mode(Temp, Mode) end,
+                                 fun() -> file:write(File, Bytes) end,
+                                 fun() -> file:datasync(File) end])
+                      after file:close(File)
+                      end,
+            chain([fun() -> Written end, fun() -> file:rename(Temp, Path) end]);
+        {error, Reason} -> {error, Reason}
+    end.
+
+chain([]) -> ok;
+chain([Step | Steps]) ->
+    case Step() of
+        ok -> chain(Steps);
+        {error, Reason} -> {error, Reason}
+    end.
+
+-spec ensure_dir(binary()) -> ok | {error, atom()}.
+ensure_dir(Path) ->
+    case filelib:is_dir(Path) of
+        true -> ok;
+        false ->
+            case filename:dirname(Path) of
+                Path -> {error, enoent};
+                Parent ->
+                    chain([fun() -> ensure_dir(Parent) end,
+                           fun() -> make_dir(Path) end])
+            end
+    end.
+
+make_dir(Path) ->
+    case file:make_dir(Path) of
+        {error, eexist} -> ok;
+        Result -> Result
+    end.

@@ -1,0 +1,96 @@
+%% The places outside the account: the state directory that one engine at a
+%% time may work in, the log in it, the cloud, the user's home.
+-module(engine_place).
+
+-include_lib("kernel/include/logger.hrl").
+
+-export([lock/2, unlock/1, log_to/1, cloud_root/2, home/0, rate/0]).
+
+-export_type([lock/0]).
+
+-define(LOG_BYTES, 1000000).
+
+-opaque lock() :: gen_tcp:socket() | none.
+
+%% The lock is a name that the system frees together with the process, so an
+%% engine that was killed never blocks the next one. An engine that is just
+%% ending gets Ms to do so.
+-spec lock(binary(), non_neg_integer()) -> {ok, lock()} | busy.
+lock(StateDir, Ms) ->
+    Name = <<0, "orvel-engine-", (binary:encode_hex(crypto:hash(sha256, StateDir)))/binary>>,
+    lock_until(Name, erlang:monotonic_time(millisecond) + Ms).
+
+lock_until(Name, Deadline) ->
+    case gen_tcp:listen(0, [{ifaddr, {local, Name}}]) of
+        {ok, Socket} -> {ok, Socket};
+        {error, eaddrinuse} ->
+            case erlang:monotonic_time(millisecond) < Deadline of
+                true -> receive after 50 -> lock_until(Name, Deadline) end;
+                false -> busy
+            end;
+        %% No such names on this system: work without a lock.
+        {error, _} -> {ok, none}
+    end.
+
+-spec unlock(lock()) -> ok.
+unlock(none) -> ok;
+unlock(Socket) -> gen_tcp:close(Socket).
+
+%% Reports must never reach standard error, which belongs to the client.
+-spec log_to(binary()) -> ok.
+log_to(StateDir) ->
+    _ = logger:remove_handler(engine),
+    Config = #{config => #{type => file, max_no_bytes => ?LOG_BYTES, max_no_files => 2,
+                           file => unicode:characters_to_list(
+                                     engine_file:join(StateDir, <<"engine.log">>))},
+               formatter => {logger_formatter, #{single_line => true, chars_limit => 2000}}},
+    case catch logger:add_handler(engine, logger_std_h, Config) of
+        ok -> ok;
+        _ -> ok
+    end.
+
+%% The account's directory in the cloud. It is made once; when it was there
+%% and is gone, the cloud is out of reach and is not replaced by an empty one.
+-spec cloud_root(binary(), pos_integer()) -> binary().
+cloud_root(StateDir, Uid) ->
+    Cloud = case os:getenv("ORVEL_LOCAL_CLOUD") of
+                Set when Set =:= false; Set =:= "" -> engine_file:join(StateDir, <<"cloud">>);
+                Set -> filename:absname(engine_file:from_native(Set))
+            end,
+    Root = engine_file:join(Cloud, integer_to_binary(Uid)),
+    Known = known_clouds(StateDir),
+    case lists:member(Root, Known) of
+        true -> ok;
+        false ->
+            case engine_file:ensure_dir(Root) of
+                ok -> engine_file:write_atomic(cloud_file(StateDir),
+                                               io_lib:format("~p.~n", [[Root | Known]]), 8#600);
+                {error, Reason} -> ?LOG_ERROR("the cloud cannot be made: ~0p", [Reason])
+            end
+    end,
+    Root.
+
+known_clouds(StateDir) ->
+    case file:consult(cloud_file(StateDir)) of
+        {ok, [Known]} when is_list(Known) -> Known;
+        _ -> []
+    end.
+
+cloud_file(StateDir) -> engine_file:join(StateDir, <<"clouds.terms">>).
+
+-spec home() -> binary().
+home() ->
+    Set = [Value || Name <- ["HOME", "USERPROFILE"], Value <- [os:getenv(Name)],
+                    Value =/= false, Value =/= ""],
+    case Set of
+        [Home | _] -> engine_file:from_native(Home);
+        [] -> {ok, Current} = file:get_cwd(), engine_file:from_native(Current)
+    end.
+
+%% Bytes a second, for trying out how a slow line looks.
+-spec rate() -> pos_integer() | unlimited.
+rate() ->
+    case string:to_integer(os:getenv("ORVEL_LOCAL_RATE", "")) of
+        {Rate, ""} when is_integer(Rate), Rate > 0 -> Rate;
+        _ -> unlimited
+    end.
