@@ -3,6 +3,7 @@
 #include "shell/placement.h"
 #include "syncfolder/syncfolder.h"
 #include "ui/dialogcld.h"
+#include "ui/mymenu.h"
 #include "ui/panelview.h"
 #include "ui/traystatus.h"
 

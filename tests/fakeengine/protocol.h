@@ -1,0 +1,23 @@
+#pragma once
+
+/// How a test and its fake engine talk: over a local socket whose name stands in the environment, in
+/// messages of a word and a value, written as QString and QVariant by a QDataStream transaction.
+namespace fakeengine
+{
+
+constexpr char socketVariable[] = "ORVEL_FAKEENGINE_SOCKET";
+
+// What the engine says: how it was started (a map), what arrived on its standard input (bytes), its end.
+constexpr char started[] = "started";
+constexpr char input[] = "input";
+constexpr char inputEnded[] = "inputEnded";
+
+// What the test orders: bytes to write at one go, a line and how often to write it, an exit code, and
+// (without a value) to die on the spot.
+constexpr char writeError[] = "writeError";
+constexpr char writeOutput[] = "writeOutput";
+constexpr char flood[] = "flood";
+constexpr char exitWith[] = "exitWith";
+constexpr char crash[] = "crash";
+
+} // namespace fakeengine

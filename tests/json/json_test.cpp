@@ -1,0 +1,281 @@
+#include "json/json.h"
+
+#include "tests/support/test.h"
+
+#include <QDate>
+#include <QPoint>
+#include <QVariant>
+
+namespace
+{
+
+QVariant parsed(const char* utf8, bool* success = nullptr)
+{
+    bool ok = false;
+    const QVariant value = Json::parse(QString::fromUtf8(utf8), ok);
+    if (success != nullptr)
+        *success = ok;
+    return value;
+}
+
+QByteArray nested(const char* open, const char* close, int depth)
+{
+    return QByteArray(open).repeated(depth) + QByteArray(close).repeated(depth);
+}
+
+} // namespace
+
+class JsonTest final : public Test
+{
+    Q_OBJECT
+
+private slots:
+    void nullTextGivesAnInvalidValueAndSuccess()
+    {
+        bool ok = false;
+        QVERIFY(!Json::parse(QString(), ok).isValid());
+        QVERIFY(ok);
+    }
+
+    void textWithoutAValueFails_data()
+    {
+        QTest::addColumn<QString>("text");
+        for (const char* text : {"", "   ", "\t\r\n", ".5", "+1", "e1", "}", "]", ":", ",", "tru", "nul", "fals", "t",
+                                 "True", "\f1", "'a'"})
+            QTest::newRow(text) << QString::fromUtf8(text);
+    }
+    void textWithoutAValueFails()
+    {
+        QFETCH(QString, text);
+        bool ok = true;
+        QVERIFY(!Json::parse(text, ok).isValid());
+        QVERIFY(!ok);
+    }
+
+    void textAfterTheValueIsIgnored()
+    {
+        bool ok = false;
+        const QVariant value = parsed("  {\"a\" : 1}  garbage", &ok);
+        QVERIFY(ok);
+        QCOMPARE(value.toMap(), (QVariantMap{{QStringLiteral("a"), 1ULL}}));
+    }
+
+    void theLastOfEqualKeysWins()
+    {
+        QCOMPARE(parsed("{\"a\":1,\"a\":2}").toMap().value(QStringLiteral("a")).toInt(), 2);
+    }
+
+    void commasAreNeitherRequiredNorCounted()
+    {
+        QCOMPARE(parsed("[1 2 3]").toList().size(), 3);
+        QCOMPARE(parsed("[,1,,2,]").toList().size(), 2);
+        bool ok = false;
+        QVERIFY(parsed("{,,}", &ok).toMap().isEmpty());
+        QVERIFY(ok);
+        QCOMPARE(parsed("{\"a\":1 \"b\":2}", &ok).toMap().size(), 2);
+        QVERIFY(ok);
+    }
+
+    void unfinishedArrayFailsAndYieldsAnEmptyList()
+    {
+        bool ok = true;
+        const QVariant value = parsed("[1,2", &ok);
+        QVERIFY(!ok);
+        QCOMPARE(value.userType(), static_cast<int>(QMetaType::QVariantList));
+        QVERIFY(value.toList().isEmpty());
+    }
+
+    void unfinishedObjectFailsAndYieldsAnEmptyMap_data()
+    {
+        QTest::addColumn<QString>("text");
+        for (const char* text : {"{", "{\"a\":1", "{\"a\"", "{\"a\" 1}", "{\"a\":}", "{\"a", "{abc\":1}"})
+            QTest::newRow(text) << QString::fromUtf8(text);
+    }
+    void unfinishedObjectFailsAndYieldsAnEmptyMap()
+    {
+        QFETCH(QString, text);
+        bool ok = true;
+        const QVariant value = Json::parse(text, ok);
+        QVERIFY(!ok);
+        QCOMPARE(value.userType(), static_cast<int>(QMetaType::QVariantMap));
+        QVERIFY(value.toMap().isEmpty());
+    }
+
+    void whateverStandsBeforeAKeyIsTakenForItsQuote()
+    {
+        bool ok = false;
+        QCOMPARE(parsed("{1a\":2}", &ok).toMap(), (QVariantMap{{QStringLiteral("a"), 2ULL}}));
+        QVERIFY(ok);
+    }
+
+    void numberTypeFollowsItsSpelling_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QVariant>("value");
+        QTest::newRow("negative") << "-5" << QVariant(static_cast<qlonglong>(-5));
+        QTest::newRow("positive") << "5" << QVariant(static_cast<qulonglong>(5));
+        QTest::newRow("with a point") << "5.0" << QVariant(5.0);
+        QTest::newRow("exponent without a point is 0") << "5e3" << QVariant(static_cast<qulonglong>(0));
+        QTest::newRow("exponent with a point") << "5.5e3" << QVariant(5500.0);
+        QTest::newRow("lone minus") << "-" << QVariant(static_cast<qlonglong>(0));
+        QTest::newRow("run taken whole") << "1-2" << QVariant(static_cast<qulonglong>(0));
+        QTest::newRow("two minuses") << "--" << QVariant(static_cast<qlonglong>(0));
+        QTest::newRow("broken exponent") << "1e5e" << QVariant(static_cast<qulonglong>(0));
+        QTest::newRow("largest") << "18446744073709551615" << QVariant(std::numeric_limits<qulonglong>::max());
+        QTest::newRow("one too many") << "18446744073709551616" << QVariant(static_cast<qulonglong>(0));
+        QTest::newRow("smallest") << "-9223372036854775808" << QVariant(std::numeric_limits<qlonglong>::min());
+    }
+    void numberTypeFollowsItsSpelling()
+    {
+        QFETCH(QString, text);
+        QFETCH(QVariant, value);
+        bool ok = false;
+        const QVariant number = Json::parse(text, ok);
+        QVERIFY(ok);
+        QCOMPARE(number.userType(), value.userType());
+        QCOMPARE(number, value);
+    }
+
+    void wordsAreRead()
+    {
+        QCOMPARE(parsed("[true,false,null]").toList(), (QVariantList{true, false, QVariant()}));
+        bool ok = false;
+        QVERIFY(!parsed("null", &ok).isValid());
+        QVERIFY(ok);
+    }
+
+    void escapesAreRead_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("value");
+        QTest::newRow("letters") << "\"\\\"\\\\\\/\\b\\f\\n\\r\\t\"" << QStringLiteral("\"\\/\b\f\n\r\t");
+        QTest::newRow("hexadecimal") << "\"\\u00e9\"" << QString(QChar(0xe9));
+        QTest::newRow("surrogate pair") << "\"\\ud83d\\ude00\"" << QString::fromUtf8("\xf0\x9f\x98\x80");
+        QTest::newRow("unknown is dropped") << "\"a\\qb\\xc\"" << QStringLiteral("abc");
+        QTest::newRow("not hexadecimal is 0") << "\"a\\uzzzzb\""
+                                              << QStringLiteral("a") + QChar(0) + QStringLiteral("b");
+        QTest::newRow("raw line break") << "\"a\nb\"" << QStringLiteral("a\nb");
+    }
+    void escapesAreRead()
+    {
+        QFETCH(QString, text);
+        QFETCH(QString, value);
+        bool ok = false;
+        QCOMPARE(Json::parse(text, ok).toString(), value);
+        QVERIFY(ok);
+    }
+
+    void brokenStringsFail_data()
+    {
+        QTest::addColumn<QString>("text");
+        for (const char* text : {"\"\\u00\"", "\"abc", "\"abc\\", "\"\\u1"})
+            QTest::newRow(text) << QString::fromUtf8(text);
+    }
+    void brokenStringsFail()
+    {
+        QFETCH(QString, text);
+        bool ok = true;
+        QVERIFY(!Json::parse(text, ok).isValid());
+        QVERIFY(!ok);
+    }
+
+    void emptyStringIsAValue()
+    {
+        const QVariant value = parsed("\"\"");
+        QCOMPARE(value.userType(), static_cast<int>(QMetaType::QString));
+        QCOMPARE(Json::serialize(value), QByteArray("\"\""));
+    }
+
+    void nestingBeyondTheBoundFailsInsteadOfOverflowingTheStack_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        QTest::newRow("arrays") << nested("[", "]", 1000000);
+        QTest::newRow("unclosed arrays") << QByteArray(1000000, '[');
+        QTest::newRow("objects") << nested("{\"a\":", "}", 1000000);
+        QTest::newRow("just too deep") << nested("[", "]", Json::maximumDepth + 1);
+    }
+    void nestingBeyondTheBoundFailsInsteadOfOverflowingTheStack()
+    {
+        QFETCH(QByteArray, text);
+        bool ok = true;
+        Json::parse(QString::fromLatin1(text), ok);
+        QVERIFY(!ok);
+    }
+
+    void nestingUpToTheBoundIsReadAndWritten()
+    {
+        bool ok = false;
+        const QVariant value = Json::parse(QString::fromLatin1(nested("[", "]", Json::maximumDepth)), ok);
+        QVERIFY(ok);
+        QVERIFY(!Json::serialize(value, ok).isNull());
+        QVERIFY(ok);
+        QVERIFY(Json::serialize(QVariantList{value}, ok).isNull());
+        QVERIFY(!ok);
+    }
+
+    void layoutOfTheWrittenTextIsFixed()
+    {
+        const QVariantMap map{{QStringLiteral("b"), QVariantList{1, true}},
+                              {QStringLiteral("a"), QStringLiteral("x")}};
+        QCOMPARE(Json::serialize(map), QByteArray("{ \"a\" : \"x\", \"b\" : [ 1, true ] }"));
+        QCOMPARE(Json::serialize(QVariantList()), QByteArray("[  ]"));
+        QCOMPARE(Json::serialize(QVariantMap()), QByteArray("{  }"));
+        QCOMPARE(Json::serialize(QStringList{QStringLiteral("a"), QStringLiteral("b")}),
+                 QByteArray("[ \"a\", \"b\" ]"));
+        QCOMPARE(Json::serialize(QVariantHash{{QStringLiteral("k"), 1}}), QByteArray("{ \"k\" : 1 }"));
+    }
+
+    void scalarsAreWritten_data()
+    {
+        QTest::addColumn<QVariant>("value");
+        QTest::addColumn<QByteArray>("text");
+        QTest::newRow("invalid") << QVariant() << QByteArray("null");
+        QTest::newRow("empty text is not null") << QVariant(QString()) << QByteArray("\"\"");
+        QTest::newRow("bytes") << QVariant(QByteArray("b")) << QByteArray("\"b\"");
+        QTest::newRow("twenty digits") << QVariant(0.1) << QByteArray("0.10000000000000000555");
+        QTest::newRow("whole double") << QVariant(5.0) << QByteArray("5.0");
+        QTest::newRow("large double") << QVariant(1e20) << QByteArray("1e+20");
+        QTest::newRow("true") << QVariant(true) << QByteArray("true");
+        QTest::newRow("false") << QVariant(false) << QByteArray("false");
+        QTest::newRow("int") << QVariant(-7) << QByteArray("-7");
+        QTest::newRow("unsigned") << QVariant(std::numeric_limits<qulonglong>::max())
+                                  << QByteArray("18446744073709551615");
+        QTest::newRow("date") << QVariant(QDate(2020, 2, 29)) << QByteArray("\"2020-02-29\"");
+        QTest::newRow("line break") << QVariant(QStringLiteral("line\nbreak")) << QByteArray("\"line\\nbreak\"");
+        QTest::newRow("escapes") << QVariant(QStringLiteral("\\\"\b\f\n\r\t"))
+                                 << QByteArray("\"\\\\\\\"\\b\\f\\n\\r\\t\"");
+        QTest::newRow("not escaped") << QVariant(QString::fromUtf8("/\x01\xc4\x8d"))
+                                     << QByteArray("\"/\x01\xc4\x8d\"");
+        QTest::newRow("percent sign") << QVariant(QStringLiteral("%1 %2")) << QByteArray("\"%1 %2\"");
+    }
+    void scalarsAreWritten()
+    {
+        QFETCH(QVariant, value);
+        QFETCH(QByteArray, text);
+        bool ok = false;
+        QCOMPARE(Json::serialize(value, ok), text);
+        QVERIFY(ok);
+    }
+
+    void valueWithoutAJsonFormMakesTheWholeTextNull()
+    {
+        bool ok = true;
+        QVERIFY(Json::serialize(QVariantList{1, QPoint(1, 2)}, ok).isNull());
+        QVERIFY(!ok);
+        QVERIFY(Json::serialize(QVariantMap{{QStringLiteral("a"), QVariantList{QPoint()}}}).isNull());
+        QVERIFY(Json::serialize(QPoint()).isNull());
+    }
+
+    void whatWasWrittenIsReadBack()
+    {
+        const QVariantMap map{{QStringLiteral("text"), QString::fromUtf8("a\\\"\n\t\xc4\x8d")},
+                              {QStringLiteral("list"), QVariantList{1ULL, -1LL, 0.5, true, QVariant(), QStringLiteral("")}},
+                              {QStringLiteral("map"), QVariantMap{{QStringLiteral("k"), QVariantMap()}}}};
+        bool ok = false;
+        QCOMPARE(Json::parse(QString::fromUtf8(Json::serialize(map)), ok).toMap(), map);
+        QVERIFY(ok);
+    }
+};
+
+QTEST_GUILESS_MAIN(JsonTest)
+#include "json_test.moc"

@@ -1,0 +1,153 @@
+#include "tests/support/fakeengine.h"
+
+#include "tests/fakeengine/protocol.h"
+
+#include <QCoreApplication>
+#include <QDir>
+#include <QFile>
+#include <QUuid>
+#include <QVariantMap>
+#include <QtTest>
+
+namespace
+{
+
+const QString programPath = QStringLiteral("/erlang/erts-9.0/bin/erl.exe");
+
+} // namespace
+
+FakeEngine::FakeEngine()
+{
+    m_server.setSocketOptions(QLocalServer::UserAccessOption);
+    const QString name = QStringLiteral("fake-") + QUuid::createUuid().toString(QUuid::Id128).left(12);
+    if (!m_server.listen(name))
+        qFatal("the fake engine's socket cannot be opened: %s", qPrintable(m_server.errorString()));
+    connect(&m_server, SIGNAL(newConnection()), this, SLOT(engineConnected()));
+    qputenv(fakeengine::socketVariable, m_server.fullServerName().toUtf8());
+    install();
+}
+
+FakeEngine::~FakeEngine()
+{
+    qunsetenv(fakeengine::socketVariable);
+}
+
+void FakeEngine::install()
+{
+    const QString target = installDir() + programPath;
+    QDir().mkpath(QFileInfo(target).path());
+    QDir().mkpath(installDir() + QStringLiteral("/erlang/srv/ebin"));
+    // A link where the system has them: the program finds its libraries from where it lies.
+    QFile::remove(target);
+#ifdef Q_OS_WIN
+    const bool placed = QFile::copy(QStringLiteral(ORVEL_FAKEENGINE), target);
+#else
+    const bool placed = QFile::link(QStringLiteral(ORVEL_FAKEENGINE), target);
+#endif
+    if (!placed)
+        qFatal("the fake engine cannot be installed");
+}
+
+void FakeEngine::uninstall()
+{
+    QFile::remove(installDir() + programPath);
+}
+
+QString FakeEngine::installDir() const
+{
+    return m_installDir.path();
+}
+
+const QVector<FakeEngine::Start>& FakeEngine::starts() const
+{
+    return m_starts;
+}
+
+const QByteArray& FakeEngine::input() const
+{
+    return m_input;
+}
+
+bool FakeEngine::isConnected() const
+{
+    return m_latest && m_latest->state() == QLocalSocket::ConnectedState;
+}
+
+void FakeEngine::say(const QByteArray& line)
+{
+    writeError(line + '\n');
+}
+
+void FakeEngine::writeError(const QByteArray& bytes)
+{
+    order(fakeengine::writeError, bytes);
+}
+
+void FakeEngine::writeOutput(const QByteArray& bytes)
+{
+    order(fakeengine::writeOutput, bytes);
+}
+
+void FakeEngine::flood(const QByteArray& bytes, int times)
+{
+    order(fakeengine::flood, QVariantList{bytes, times});
+}
+
+void FakeEngine::exitWith(int exitCode)
+{
+    order(fakeengine::exitWith, exitCode);
+}
+
+void FakeEngine::crash()
+{
+    order(fakeengine::crash, {});
+}
+
+void FakeEngine::order(const char* word, const QVariant& value)
+{
+    if (!isConnected())
+        qFatal("no engine to order about");
+    QDataStream stream(m_latest.data());
+    stream << QString(QLatin1String(word)) << value;
+    m_latest->flush();
+}
+
+void FakeEngine::engineConnected()
+{
+    while (QLocalSocket* engine = m_server.nextPendingConnection()) {
+        connect(engine, SIGNAL(readyRead()), this, SLOT(engineReported()));
+        connect(engine, SIGNAL(disconnected()), engine, SLOT(deleteLater()));
+    }
+}
+
+void FakeEngine::engineReported()
+{
+    auto* engine = qobject_cast<QLocalSocket*>(sender());
+    QDataStream stream(engine);
+    for (;;) {
+        QString word;
+        QVariant value;
+        stream.startTransaction();
+        stream >> word >> value;
+        if (!stream.commitTransaction())
+            return;
+        take(engine, word, value);
+        emit reported();
+    }
+}
+
+void FakeEngine::take(QLocalSocket* engine, const QString& word, const QVariant& value)
+{
+    if (word == QLatin1String(fakeengine::started)) {
+        const QVariantMap map = value.toMap();
+        m_latest = engine;
+        m_input.clear();
+        m_starts.append({map.value(QStringLiteral("arguments")).toStringList(),
+                         map.value(QStringLiteral("workingDirectory")).toString(),
+                         map.value(QStringLiteral("rootDir")).toString(),
+                         map.value(QStringLiteral("binDir")).toString(),
+                         map.value(QStringLiteral("processId")).toLongLong()});
+    } else if (word == QLatin1String(fakeengine::input) && engine == m_latest) {
+        m_input += value.toByteArray();
+    }
+}

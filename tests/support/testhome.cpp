@@ -1,0 +1,54 @@
+#include "tests/support/testhome.h"
+
+#include <QDir>
+#include <QStandardPaths>
+#include <QTemporaryDir>
+
+namespace
+{
+
+/// Built before main(), before anything can have asked for a path.
+class TestHome final
+{
+    Q_DISABLE_COPY_MOVE(TestHome)
+public:
+    TestHome()
+    {
+        const QDir home(m_directory.path());
+        for (const char* name : {"config", "data", "cache", "runtime", "tmp"})
+            home.mkdir(QLatin1String(name));
+        QFile::setPermissions(home.filePath(QStringLiteral("runtime")),
+                              QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        set("HOME", home.path());
+        set("XDG_CONFIG_HOME", home.filePath(QStringLiteral("config")));
+        set("XDG_DATA_HOME", home.filePath(QStringLiteral("data")));
+        set("XDG_CACHE_HOME", home.filePath(QStringLiteral("cache")));
+        set("XDG_RUNTIME_DIR", home.filePath(QStringLiteral("runtime")));
+        set("TMPDIR", home.filePath(QStringLiteral("tmp")));
+        qunsetenv("QT_LOGGING_RULES");
+    }
+
+    ~TestHome() = default;
+
+    QString path() const
+    {
+        return m_directory.path();
+    }
+
+private:
+    static void set(const char* name, const QString& value)
+    {
+        qputenv(name, QFile::encodeName(value));
+    }
+
+    QTemporaryDir m_directory;
+};
+
+const TestHome home; // NOLINT(cert-err58-cpp): without a home of its own no test may start
+
+} // namespace
+
+QString testHome()
+{
+    return home.path();
+}
