@@ -4,11 +4,12 @@
 
 -include_lib("kernel/include/logger.hrl").
 
--export([lock/2, unlock/1, log_to/1, cloud_root/2, home/0, rate/0]).
+-export([lock/2, unlock/1, log_to/1, cloud_root/2, home/0, rate/0, poll_ms/0]).
 
 -export_type([lock/0]).
 
 -define(LOG_BYTES, 1000000).
+-define(POLL_MS, 2000).
 
 -opaque lock() :: gen_tcp:socket() | none.
 
@@ -89,8 +90,14 @@ home() ->
 
 %% Bytes a second, for trying out how a slow line looks.
 -spec rate() -> pos_integer() | unlimited.
-rate() ->
-    case string:to_integer(os:getenv("ORVEL_LOCAL_RATE", "")) of
-        {Rate, ""} when is_integer(Rate), Rate > 0 -> Rate;
-        _ -> unlimited
+rate() -> positive("ORVEL_LOCAL_RATE", unlimited).
+
+%% How long the cloud is left alone between two looks.
+-spec poll_ms() -> pos_integer().
+poll_ms() -> positive("ORVEL_LOCAL_POLL_MS", ?POLL_MS).
+
+positive(Variable, Default) ->
+    case string:to_integer(os:getenv(Variable, "")) of
+        {Number, ""} when is_integer(Number), Number > 0 -> Number;
+        _ -> Default
     end.

@@ -9,7 +9,7 @@
 -export([start_link/1, message/2, stop/1]).
 -export([init/1, handle_call/3, handle_cast/2, handle_info/2]).
 
--define(LOCK_MS, 10000).
+-define(LOCK_MS, 3000).
 -define(REOPEN_MS, 2000).
 -define(SERVER_ERROR, 3).
 
@@ -205,7 +205,8 @@ open(#{uid := Uid, state_dir := StateDir, accounts := Accounts} = State) ->
             {ok, Sync} = engine_sync:start_link(
                            #{uid => Uid, local => Root, cloud => Cloud, quota => Quota,
                              tree_file => engine_tree:file_name(StateDir, Uid),
-                             rate => engine_place:rate(), enabled => Enabled}, self()),
+                             rate => engine_place:rate(), poll => engine_place:poll_ms(),
+                             enabled => Enabled}, self()),
             Opened = tell_state(first_state(Enabled), idle(),
                                 State#{sync := Sync, root := Root, space := unknown}),
             tell(engine_events:roots_changed(), Opened)

@@ -1,0 +1,352 @@
+-module(engine_mirror_tests).
+
+-include_lib("eunit/include/eunit.hrl").
+
+-import(engine_lab, [in/2, write/3, read/1, tree/1]).
+
+-define(UID, 7).
+
+%% Two roots and a mirror between them.
+lab(Test) -> lab(#{}, Test).
+
+lab(Options, Test) ->
+    Lab = engine_lab:new(),
+    [ok = file:make_dir(in(Lab, Name)) || Name <- ["local", "cloud"]],
+    _ = copies(),
+    try Test(in(Lab, "local"), in(Lab, "cloud"), start(Lab, Options))
+    after engine_lab:remove(Lab)
+    end.
+
+start(Lab, Options) ->
+    Self = self(),
+    Defaults = #{uid => ?UID, local => in(Lab, "local"), cloud => in(Lab, "cloud"),
+                 tree => engine_tree:new(), quota => 1000000000, rate => unlimited,
+                 opener => fun file:open/2,
+                 report => fun(Report) -> Self ! {report, Report}, ok end},
+    engine_mirror:new(maps:merge(Defaults, Options)).
+
+%% Passes until nothing is in motion any more.
+settle(Mirror) -> settle(Mirror, 20).
+
+settle(Mirror, Tries) when Tries > 0 ->
+    case engine_mirror:pass(all, true, Mirror) of
+        {{done, #{again := true}}, Next} -> settle(Next, Tries - 1);
+        {Result, Next} -> {Result, Next}
+    end.
+
+both_hold(Expected, Local, Cloud) ->
+    ?assertEqual(Expected, tree(Local)),
+    ?assertEqual(Expected, tree(Cloud)).
+
+copies() -> copies(0).
+
+copies(Count) ->
+    receive
+        {report, {progress, _}} -> copies(Count + 1);
+        {report, _} -> copies(Count)
+    after 0 -> Count
+    end.
+
+copiesBothWaysWithDirectoriesAndOddNames_test() ->
+    lab(fun(L, C, M) ->
+                Odd = <<"čšž \"quoted\"\nline/日本 😀.txt"/utf8>>,
+                write(L, Odd, <<"up">>),
+                ok = file:make_dir(in(L, <<"empty">>)),
+                write(C, <<"deep/er/file">>, <<"down">>),
+                write(C, <<"bad", 16#FF, "name">>, <<"bytes">>),
+                {{done, #{retry := false, space := 11}}, _} = settle(M),
+                both_hold(#{<<"čšž \"quoted\"\nline"/utf8>> => dir, Odd => <<"up">>,
+                            <<"empty">> => dir, <<"deep">> => dir, <<"deep/er">> => dir,
+                            <<"deep/er/file">> => <<"down">>,
+                            <<"bad", 16#FF, "name">> => <<"bytes">>}, L, C)
+        end).
+
+copiesKeepTimeAndLeaveNoTemporaryFiles_test() ->
+    lab(fun(L, C, M) ->
+                write(L, "f", <<"x">>),
+                engine_lab:age(in(L, "f")),
+                settle(M),
+                ?assertEqual(filelib:last_modified(in(L, "f")), filelib:last_modified(in(C, "f"))),
+                ?assertEqual({ok, [<<"root.id">>]},
+                             engine_file:list(in(C, ".orvel.cache")))
+        end).
+
+changeOfTheSameSizeIsSeenWithinTheSecond_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "f", <<"one">>),
+                {_, M1} = settle(M0),
+                write(L, "f", <<"two">>),
+                {_, M2} = settle(M1),
+                ?assertEqual(<<"two">>, read(in(C, "f"))),
+                write(C, "f", <<"six">>),
+                settle(M2),
+                both_hold(#{<<"f">> => <<"six">>}, L, C)
+        end).
+
+touchedFileIsNotCopiedAgain_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "f", <<"same">>),
+                {_, M1} = settle(M0),
+                {file, Before} = engine_file:look(in(C, "f")),
+                copies(),
+                engine_lab:age(in(L, "f")),
+                settle(M1),
+                ?assertEqual({file, Before}, engine_file:look(in(C, "f"))),
+                ?assertEqual(0, copies())
+        end).
+
+deletionsOfWholeSubtreesFollow_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "a/b/c/f", <<"1">>),
+                write(L, "a/g", <<"2">>),
+                write(L, "keep", <<"3">>),
+                {_, M1} = settle(M0),
+                ok = file:del_dir_r(in(L, "a")),
+                {{done, #{space := 1}}, M2} = settle(M1),
+                both_hold(#{<<"keep">> => <<"3">>}, L, C),
+                ok = file:delete(in(C, "keep")),
+                settle(M2),
+                both_hold(#{}, L, C)
+        end).
+
+renamedDirectoryIsRenamedAndKeepsItsIds_test() ->
+    lab(fun(L, C, M0) ->
+                Self = self(),
+                write(L, "old/sub/f", <<"content">>),
+                {_, M1} = settle(M0),
+                {file, {_, _, _, Inode}} = engine_file:look(in(C, "old/sub/f")),
+                copies(),
+                ok = file:make_dir(in(L, "fresh")),
+                ok = file:rename(in(L, "old"), in(L, "fresh/new")),
+                settle(M1#{report := fun(R) -> Self ! {report, R}, Self ! R, ok end}),
+                ?assertMatch({file, {_, _, _, Inode}}, engine_file:look(in(C, "fresh/new/sub/f"))),
+                ?assertEqual(0, copies()),
+                receive {tree, {move, From, To}} ->
+                        ?assertEqual({<<"old">>, <<"fresh/new">>}, {From, To})
+                after 0 -> error(no_move)
+                end
+        end).
+
+renameInTheCloudComesDown_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "f.txt", <<"content">>),
+                {_, M1} = settle(M0),
+                copies(),
+                ok = file:rename(in(C, "f.txt"), in(C, "g.txt")),
+                settle(M1),
+                both_hold(#{<<"g.txt">> => <<"content">>}, L, C),
+                ?assertEqual(0, copies())
+        end).
+
+changeOnBothSidesKeepsBothVersions_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "report.txt", <<"first">>),
+                {_, M1} = settle(M0),
+                write(L, "report.txt", <<"mine">>),
+                write(C, "report.txt", <<"theirs">>),
+                settle(M1),
+                Tree = tree(L),
+                ?assertEqual(Tree, tree(C)),
+                ?assertEqual(<<"theirs">>, maps:get(<<"report.txt">>, Tree)),
+                [Name] = maps:keys(maps:remove(<<"report.txt">>, Tree)),
+                ?assertEqual(<<"mine">>, maps:get(Name, Tree)),
+                ?assertMatch({match, _},
+                             re:run(Name, "^report \\(conflict [-0-9]{10} [.0-9]{8}\\)\\.txt$"))
+        end).
+
+sameChangeOnBothSidesIsNoConflict_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "f", <<"first">>),
+                {_, M1} = settle(M0),
+                write(L, "f", <<"second!">>),
+                write(C, "f", <<"second!">>),
+                settle(M1),
+                both_hold(#{<<"f">> => <<"second!">>}, L, C)
+        end).
+
+changeWinsOverDeletion_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "d/f", <<"first">>),
+                write(L, "d/g", <<"goes">>),
+                write(L, "h", <<"first">>),
+                {_, M1} = settle(M0),
+                ok = file:del_dir_r(in(L, "d")),
+                write(C, "d/f", <<"changed">>),
+                ok = file:delete(in(C, "h")),
+                write(L, "h", <<"changed too">>),
+                settle(M1),
+                both_hold(#{<<"d">> => dir, <<"d/f">> => <<"changed">>,
+                            <<"h">> => <<"changed too">>}, L, C)
+        end).
+
+directoryBecomesFileAndBack_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "x/f", <<"1">>),
+                {_, M1} = settle(M0),
+                ok = file:del_dir_r(in(L, "x")),
+                write(L, "x", <<"file now">>),
+                {_, M2} = settle(M1),
+                both_hold(#{<<"x">> => <<"file now">>}, L, C),
+                ok = file:delete(in(C, "x")),
+                write(C, "x/g", <<"dir again">>),
+                settle(M2),
+                both_hold(#{<<"x">> => dir, <<"x/g">> => <<"dir again">>}, L, C)
+        end).
+
+fileAgainstDirectoryKeepsBoth_test() ->
+    lab(fun(L, C, M) ->
+                write(L, "x", <<"file">>),
+                write(C, "x/f", <<"in dir">>),
+                settle(M),
+                Tree = tree(L),
+                ?assertEqual(Tree, tree(C)),
+                ?assertMatch(#{<<"x">> := dir, <<"x/f">> := <<"in dir">>}, Tree),
+                ?assertEqual([<<"file">>], maps:values(maps:without([<<"x">>, <<"x/f">>], Tree)))
+        end).
+
+symbolicLinksAreLeftAlone_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "real/f", <<"1">>),
+                ok = file:make_symlink("/etc", in(L, "link")),
+                {_, M1} = settle(M0),
+                ?assertEqual(#{<<"real">> => dir, <<"real/f">> => <<"1">>}, tree(C)),
+                %% A file that became a link is not deleted on the other side.
+                ok = file:delete(in(L, "real/f")),
+                ok = file:make_symlink("/etc/passwd", in(L, "real/f")),
+                {{done, #{retry := false}}, _} = settle(M1),
+                ?assertEqual(<<"1">>, read(in(C, "real/f")))
+        end).
+
+unreadableFileIsSkippedAndTriedAgain_test() ->
+    Locks = ets:new(locks, [public]),
+    Opener = fun(Path, Modes) ->
+                     case ets:member(Locks, filename:basename(Path)) of
+                         true -> {error, eacces};
+                         false -> file:open(Path, Modes)
+                     end
+             end,
+    lab(#{opener => Opener},
+        fun(L, C, M0) ->
+                ets:insert(Locks, {<<"locked">>}),
+                write(L, "locked", <<"1">>),
+                write(L, "open", <<"2">>),
+                {{done, #{retry := true}}, M1} = settle(M0),
+                ?assertEqual(#{<<"open">> => <<"2">>}, tree(C)),
+                ?assertEqual(1, copies()),
+                ets:delete(Locks, <<"locked">>),
+                {{done, #{retry := false}}, _} = settle(M1),
+                both_hold(#{<<"locked">> => <<"1">>, <<"open">> => <<"2">>}, L, C)
+        end).
+
+fileThatChangesWhileItIsCopiedIsNotDone_test() ->
+    Self = self(),
+    Opener = fun(Path, Modes) ->
+                     case filename:basename(Path) of
+                         <<"busy">> -> Self ! opened;
+                         _ -> ok
+                     end,
+                     Result = file:open(Path, Modes),
+                     %% The writer goes on once the copy has begun.
+                     ok = file:write_file(Path, <<"more">>, [append]),
+                     Result
+             end,
+    lab(#{opener => Opener},
+        fun(L, C, M0) ->
+                write(L, "busy", <<"start">>),
+                {{done, #{again := true}}, M1} = engine_mirror:pass(all, true, M0),
+                receive opened -> ok after 0 -> error(not_tried) end,
+                ?assertEqual(#{}, tree(C)),
+                settle(M1#{opener := fun file:open/2}),
+                both_hold(#{<<"busy">> => <<"startmore">>}, L, C)
+        end).
+
+whatDoesNotFitIsLeftForLater_test() ->
+    lab(#{quota => 10},
+        fun(L, C, M0) ->
+                write(L, "a", <<"1234567">>),
+                write(L, "b", <<"1234567">>),
+                write(L, "c", <<"123">>),
+                {{done, #{retry := true, space := 10}}, M1} = settle(M0),
+                ?assertEqual([<<"a">>, <<"c">>], maps:keys(tree(C))),
+                ok = file:delete(in(L, "a")),
+                {{done, #{retry := false, space := 10}}, _} = settle(M1),
+                both_hold(#{<<"b">> => <<"1234567">>, <<"c">> => <<"123">>}, L, C)
+        end).
+
+lostTreeMergesWithoutCopiesOrDeletions_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "d/same", <<"1">>),
+                settle(M0),
+                copies(),
+                write(L, "mine", <<"2">>),
+                write(C, "theirs", <<"3">>),
+                settle(start(filename:dirname(L), #{})),
+                both_hold(#{<<"d">> => dir, <<"d/same">> => <<"1">>, <<"mine">> => <<"2">>,
+                            <<"theirs">> => <<"3">>}, L, C)
+        end).
+
+vanishedRootDeletesNothing_test_() ->
+    [{atom_to_list(Side),
+      fun() ->
+              lab(fun(L, C, M0) ->
+                          write(L, "d/f", <<"1">>),
+                          {_, M1} = settle(M0),
+                          {Root, Kept} = case Side of local -> {L, C}; cloud -> {C, L} end,
+                          Away = <<Root/binary, ".away">>,
+                          ok = file:rename(Root, Away),
+                          {{blocked, Side}, M2} = settle(M1),
+                          ?assertEqual(#{<<"d">> => dir, <<"d/f">> => <<"1">>}, tree(Kept)),
+                          ok = file:rename(Away, Root),
+                          copies(),
+                          {{done, #{retry := false}}, _} = settle(M2),
+                          both_hold(#{<<"d">> => dir, <<"d/f">> => <<"1">>}, L, C),
+                          ?assertEqual(0, copies())
+                  end)
+      end} || Side <- [local, cloud]].
+
+emptyDirectoryInPlaceOfARootIsFilled_test_() ->
+    [{atom_to_list(Side),
+      fun() ->
+              lab(fun(L, C, M0) ->
+                          write(L, "d/f", <<"1">>),
+                          {_, M1} = settle(M0),
+                          Root = case Side of local -> L; cloud -> C end,
+                          ok = file:del_dir_r(Root),
+                          ok = file:make_dir(Root),
+                          settle(M1),
+                          both_hold(#{<<"d">> => dir, <<"d/f">> => <<"1">>}, L, C)
+                  end)
+      end} || Side <- [local, cloud]].
+
+onlyNamedDirectoriesAreLookedAtAgain_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "a/f", <<"1">>),
+                write(L, "b/f", <<"1">>),
+                {_, M1} = settle(M0),
+                write(L, "a/new", <<"2">>),
+                write(L, "b/new", <<"3">>),
+                {_, M2} = engine_mirror:pass([<<"a">>], false, M1),
+                ?assertEqual([<<"a">>, <<"a/f">>, <<"a/new">>, <<"b">>, <<"b/f">>],
+                             maps:keys(tree(C))),
+                {_, _} = engine_mirror:pass([<<>>, <<"b/is/gone">>], false, M2),
+                ?assertEqual(<<"3">>, read(in(C, "b/new")))
+        end).
+
+temporaryFilesOfAnEarlierRunAreRemoved_test() ->
+    lab(#{rate => 1000},
+        fun(L, C, M0) ->
+                write(L, "big", binary:copy(<<"x">>, 100000)),
+                Self = self(),
+                Report = fun({progress, _}) -> Self ! copying, ok; (_) -> ok end,
+                {Worker, Monitor} = spawn_monitor(
+                                      fun() -> settle(M0#{report := Report}) end),
+                receive copying -> ok end,
+                engine_lab:wait(temp, fun() -> filelib:wildcard("*.part",
+                                    binary_to_list(in(C, ".orvel.cache"))) =/= [] end),
+                exit(Worker, kill),
+                receive {'DOWN', Monitor, _, _, killed} -> ok end,
+                ?assertEqual(#{}, tree(C)),
+                settle(start(filename:dirname(L), #{})),
+                both_hold(#{<<"big">> => binary:copy(<<"x">>, 100000)}, L, C),
+                ?assertEqual({ok, [<<"root.id">>]}, engine_file:list(in(C, ".orvel.cache")))
+        end).
