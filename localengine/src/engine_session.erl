@@ -37,6 +37,7 @@ handle_call(stop, _, State) -> {stop, normal, ok, close(State)}.
 handle_cast({message, Message}, State) ->
     try {noreply, handle(Message, State)}
     catch
+        throw:state_in_use -> {stop, shutdown, State};
         Class:_:Stack ->
             %% Without the reason: it may hold what the message held.
             ?LOG_ERROR("a message failed: ~0p at ~0p", [Class, where(Stack)]),
@@ -77,7 +78,7 @@ configure(StateDir, #{state_dir := Before} = State0) ->
         busy ->
             %% Two engines at one state would undo each other's work.
             tell(engine_events:exit(), State),
-            exit(state_in_use);
+            throw(state_in_use);
         {ok, Lock} ->
             engine_place:log_to(StateDir),
             Accounts = engine_accounts:load(StateDir),

@@ -10,7 +10,8 @@
 %% output, for a person who tries the engine by hand.
 -spec startplain(boolean()) -> ok.
 startplain(Verbose) ->
-    _ = logger:remove_handler(default),
+    %% Without the first of these the second one steps in.
+    _ = [logger:remove_handler(Handler) || Handler <- [default, simple]],
     _ = Verbose andalso
         logger:add_handler(console, logger_std_h, #{config => #{type => standard_io}}),
     _ = spawn(fun run/0),

@@ -95,10 +95,12 @@ take(Port, Ms) ->
     case get({lines, Port}) of
         [Line | Lines] ->
             put({lines, Port}, Lines),
-            true = byte_size(Line) < 4096,
-            true = lists:all(fun(C) -> C >= $\s andalso C < 127 end, binary_to_list(Line)),
-            {ok, Event} = engine_json:decode(Line),
-            Event;
+            Fine = byte_size(Line) < 4096 andalso
+                lists:all(fun(C) -> C >= $\s andalso C < 127 end, binary_to_list(Line)),
+            case engine_json:decode(Line) of
+                {ok, Event} when Fine -> Event;
+                _ -> error({not_a_message, Line})
+            end;
         _ ->
             receive
                 {Port, {data, Bytes}} ->
