@@ -5,19 +5,35 @@
 
 #include <memory>
 
-/// placeholder until the watcher's own commit
+/// Watches directories ("roots"), everything beneath them included, for entries that are created, renamed,
+/// removed or written, and tells in which directories that happened.
+///
+/// Create and destroy it on the thread of its owner; it works on a thread of its own. A root that cannot be
+/// opened switches the whole watcher off: one log line names it, the remaining roots are left alone and no
+/// thread runs. Symbolic links beneath a root are not followed. Nothing is retried, no failure reaches the
+/// caller. What was missed (the system dropped notifications) is reported as the root it was missed in.
 class WinFileWatcher final : public QThread
 {
     Q_OBJECT
     Q_DISABLE_COPY_MOVE(WinFileWatcher)
 
 public:
+    /// Opens all of @p paths (full paths) and starts watching, unless the list is empty. Changes made from
+    /// here on are reported; the first report waits until somebody is connected to pathsChanged().
     WinFileWatcher(const QStringList& paths, QObject* parent);
+    /// Ends the thread; waits for that up to 5 s.
     ~WinFileWatcher() override;
 
 signals:
+    /// The directories that contain the changed entries, full paths that begin with the root as it was
+    /// given, repetitions included. Emitted on the watcher's thread; the one receiver deletes @p paths.
     void pathsChanged(QStringList* paths);
 
 protected:
     void run() override;
+    void connectNotify(const QMetaMethod& signal) override;
+
+private:
+    struct Private;
+    const std::unique_ptr<Private> m_private;
 };

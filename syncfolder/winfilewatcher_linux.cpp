@@ -1,0 +1,110 @@
+#include "syncfolder/winfilewatcher.h"
+
+#include "base/log.h"
+#include "syncfolder/winfilewatcher_tree.h"
+
+#include <QDir>
+#include <QMetaMethod>
+
+#include <poll.h>
+#include <sys/eventfd.h>
+
+#include <atomic>
+
+namespace
+{
+
+constexpr unsigned long stopTimeout = 5000; // ms
+
+} // namespace
+
+struct WinFileWatcher::Private
+{
+    void wake() const
+    {
+        eventfd_write(wakeUp.get(), 1);
+    }
+
+    FileDescriptor wakeUp; ///< ends the wait of the thread
+    std::atomic<bool> connected = false;
+    std::vector<std::unique_ptr<WatchedTree>> trees;
+};
+
+WinFileWatcher::WinFileWatcher(const QStringList& paths, QObject* parent)
+    : QThread(parent)
+    , m_private(std::make_unique<Private>())
+{
+    qRegisterMetaType<QStringList*>("QStringList*"); // it crosses to the receiver's thread in an event
+    ORVEL_LOG << "Win file watcher paths: " << paths.join(QLatin1Char(' '));
+    if (paths.isEmpty())
+        return;
+    m_private->wakeUp = FileDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    for (const QString& path : paths) {
+        auto tree =
+            std::make_unique<WatchedTree>(QDir::fromNativeSeparators(path), [this](const QStringList& directories) {
+                emit pathsChanged(new QStringList(directories));
+            });
+        const WatchedTree::Opened opened = tree->open();
+        if (opened != WatchedTree::Opened::Yes) {
+            if (opened == WatchedTree::Opened::NoDirectory)
+                ORVEL_LOG << "Unable CreateFile failed for path " << path;
+            else
+                ORVEL_LOG << "Create event for file failed " << path;
+            m_private->trees.clear();
+            return;
+        }
+        m_private->trees.push_back(std::move(tree));
+    }
+    ORVEL_LOG << "size" << WatchedTree::bufferSize;
+    start(InheritPriority);
+}
+
+WinFileWatcher::~WinFileWatcher()
+{
+    requestInterruption();
+    if (m_private->wakeUp.isValid())
+        m_private->wake();
+    wait(stopTimeout);
+}
+
+void WinFileWatcher::connectNotify(const QMetaMethod& signal)
+{
+    if (signal != QMetaMethod::fromSignal(&WinFileWatcher::pathsChanged))
+        return;
+    m_private->connected = true;
+    if (m_private->wakeUp.isValid())
+        m_private->wake();
+}
+
+void WinFileWatcher::run()
+{
+    bool scanned = false;
+    std::vector<pollfd> waits;
+    while (!isInterruptionRequested()) {
+        waits.assign(1, {m_private->wakeUp.get(), POLLIN, 0});
+        bool idle = true;
+        // Nobody would take a report before; until then the notifications wait in their queues.
+        if (m_private->connected) {
+            for (const auto& tree : m_private->trees) {
+                if (!scanned)
+                    tree->scan();
+                waits.push_back({tree->queue(), POLLIN, 0});
+                idle = idle && !tree->hasDetached();
+            }
+            scanned = true;
+        }
+        poll(waits.data(), waits.size(), idle ? -1 : 0);
+        if (waits.front().revents != 0) {
+            eventfd_t count = 0;
+            eventfd_read(m_private->wakeUp.get(), &count);
+        }
+        for (std::size_t i = 1; i < waits.size(); ++i) {
+            WatchedTree& tree = *m_private->trees[i - 1];
+            if (waits[i].revents != 0)
+                tree.readEvents();
+            tree.removeDetached();
+        }
+    }
+    ORVEL_LOG << "Watcher stop";
+    m_private->trees.clear();
+}
