@@ -22,7 +22,7 @@
 -spec load(binary()) -> accounts().
 load(StateDir) ->
     Path = file_name(StateDir),
-    case consult(Path) of
+    case engine_file:read_term(Path) of
         {ok, #{users := Users, accounts := Accounts} = All}
           when is_map(Users), is_map(Accounts) -> All;
         {error, enoent} -> create(Path);
@@ -38,7 +38,7 @@ create(Path) ->
             accounts => #{1001 => account_of(<<"trial@orvel.example">>, <<"Trial">>, 5),
                           2001 => account_of(<<"team@orvel.example">>, <<"Team">>, 20),
                           2002 => account_of(<<"team@orvel.example">>, <<"Archive">>, 50)}},
-    _ = store(Path, All),
+    _ = engine_file:write_term(Path, All),
     All.
 
 user(Password, Uids) ->
@@ -84,11 +84,11 @@ is_owner(All, Address, Uid) -> maps:get(owner, account(All, Uid)) =:= Address.
 %% The sign-in outlives the engine until the user signs out.
 -spec remember(binary(), binary(), pos_integer()) -> ok | {error, atom()}.
 remember(StateDir, Address, Uid) ->
-    store(signin_name(StateDir), #{address => Address, uid => Uid}).
+    engine_file:write_term(signin_name(StateDir), #{address => Address, uid => Uid}).
 
 -spec remembered(binary(), accounts()) -> {ok, binary(), pos_integer()} | none.
 remembered(StateDir, #{users := Users, accounts := Accounts}) ->
-    case consult(signin_name(StateDir)) of
+    case engine_file:read_term(signin_name(StateDir)) of
         {ok, #{address := Address, uid := Uid}} ->
             case Users of
                 #{Address := #{uids := Uids}} when is_map_key(Uid, Accounts) ->
@@ -108,13 +108,3 @@ forget(StateDir) ->
 
 file_name(StateDir) -> <<StateDir/binary, "/accounts.terms">>.
 signin_name(StateDir) -> <<StateDir/binary, "/signin.terms">>.
-
-store(Path, Term) ->
-    engine_file:write_atomic(Path, io_lib:format("~p.~n", [Term]), 8#600).
-
-consult(Path) ->
-    case file:consult(Path) of
-        {ok, [Term]} -> {ok, Term};
-        {error, enoent} -> {error, enoent};
-        _ -> {error, damaged}
-    end.

@@ -5,7 +5,8 @@
 
 -include_lib("kernel/include/file.hrl").
 
--export([look/1, list/1, hash/1, read/1, write_atomic/3, ensure_dir/1,
+-export([look/1, list/1, hash/1, read/1, write_atomic/3, read_term/1, write_term/2,
+         ensure_dir/1,
          join/2, from_native/1, cache_name/0]).
 
 -export_type([entry/0, sig/0]).
@@ -98,6 +99,20 @@ chain([Step | Steps]) ->
         ok -> chain(Steps);
         {error, Reason} -> {error, Reason}
     end.
+
+%% A file that holds one Erlang term, for the engine's own eyes only.
+-spec read_term(binary()) -> {ok, term()} | {error, enoent | damaged}.
+read_term(Path) ->
+    case file:consult(Path) of
+        {ok, [Term]} -> {ok, Term};
+        {error, enoent} -> {error, enoent};
+        _ -> {error, damaged}
+    end.
+
+%% Bytes of a text are printed as characters one by one, which is Latin-1.
+-spec write_term(binary(), term()) -> ok | {error, atom()}.
+write_term(Path, Term) ->
+    write_atomic(Path, io_lib:format("%% coding: latin-1~n~p.~n", [Term]), 8#600).
 
 -spec ensure_dir(binary()) -> ok | {error, atom()}.
 ensure_dir(Path) ->

@@ -14,6 +14,7 @@
                      opener := fun(), report := fun((term()) -> ok)}.
 -type result() :: {blocked, local | cloud}
                 | {done, #{space := non_neg_integer(),
+                           scan_ms := non_neg_integer(),  % what a look costs
                            retry := boolean(),    % something could not be done yet
                            again := boolean()}}.  % something moved meanwhile
 -opaque mirror() :: #{atom() => term()}.
@@ -25,7 +26,7 @@ new(Options) ->
     Prefix = binary:encode_hex(binary:part(crypto:hash(sha256, maps:get(local, Options)), 0, 6)),
     Mirror = Options#{views => none, settled => false, retry => false,
                       again => false, temps => 0, prefix => Prefix, progress => none,
-                      space => 0},
+                      space => 0, scan_ms => 0},
     [clean(Mirror, Side) || Side <- [local, cloud]],
     Mirror.
 
@@ -88,18 +89,22 @@ change(Delta, #{tree := Tree, report := Report} = Mirror) ->
     Mirror#{tree := engine_tree:change(Delta, Tree)}.
 
 look(Dirs, #{local := Local, cloud := Cloud, views := Views} = Mirror) ->
+    Started = erlang:monotonic_time(millisecond),
     Seen = erlang:system_time(second),
     LocalView = case {Views, Dirs} of
                     {none, _} -> engine_scan:full(Local);
                     {_, all} -> engine_scan:full(Local);
-                    {{Old, _}, _} -> engine_scan:partial(Local, Dirs, Old)
+                    {{{_, Unknown} = Old, _}, _} ->
+                        engine_scan:partial(Local, Unknown ++ Dirs, Old)
                 end,
     CloudView = engine_scan:full(Cloud),
     Mirror#{views := {LocalView, CloudView}, seen => Seen,
+            scan_ms := erlang:monotonic_time(millisecond) - Started,
             space := engine_scan:size(CloudView)}.
 
-result(#{space := Space, retry := Retry, again := Again, views := {{_, U1}, {_, U2}}}) ->
-    {done, #{space => Space, retry => Retry orelse U1 ++ U2 =/= [], again => Again}}.
+result(#{space := Space, scan_ms := ScanMs, retry := Retry, again := Again,
+         views := {{_, U1}, {_, U2}}}) ->
+    {done, #{space => Space, scan_ms => ScanMs, retry => Retry orelse U1 ++ U2 =/= [], again => Again}}.
 
 work(Mirror0) ->
     {L0, C0} = maps:get(views, Mirror0),
@@ -198,7 +203,10 @@ remove(Side, Path, Remove, Action, Mirror) ->
                     #{space := Space} = Removed = set_entry(Side, Path, absent, Mirror),
                     change({drop, Path}, Removed#{space := Space - Freed,
                                                   again := true});
-                {error, eexist} -> disturbed(Path, Mirror);
+                {error, eexist} ->
+                    #{report := Report} = Mirror,
+                    Report({look_again, Path}),
+                    disturbed(Path, Mirror);
                 {error, Reason} -> failed(Action, Reason, Mirror)
             end
     end.

@@ -73,6 +73,9 @@ relative(Path, Root) ->
 names(Path) ->
     [Name || Name <- filename:split(Path), Name =/= <<".">>].
 
+%% Most file systems take no longer names than this.
+-define(MAX_NAME, 255).
+
 %% "report.txt" becomes "report (conflict 2026-11-21 10.15.00).txt"; Try
 %% numbers further names for the same second.
 -spec conflict_name(binary(), calendar:datetime(), pos_integer()) -> binary().
@@ -85,7 +88,17 @@ conflict_name(Path, {{Y, Mo, D}, {H, Mi, S}}, Try) ->
              end,
     Note = io_lib:format(" (conflict ~4..0b-~2..0b-~2..0b ~2..0b.~2..0b.~2..0b~s)",
                          [Y, Mo, D, H, Mi, S, Number]),
-    child(parent(Path), iolist_to_binary([Stem, Note, Extension])).
+    Room = ?MAX_NAME - iolist_size(Note) - byte_size(Extension),
+    child(parent(Path), iolist_to_binary([cut(Stem, Room), Note, Extension])).
+
+%% The start of a name that fits, without half a character at its end.
+cut(Stem, Room) when byte_size(Stem) =< Room -> Stem;
+cut(Stem, Room) when Room > 0 ->
+    case Stem of
+        <<_:Room/binary, 2#10:2, _:6, _/binary>> -> cut(Stem, Room - 1);
+        <<Start:Room/binary, _/binary>> -> Start
+    end;
+cut(_, _) -> <<>>.
 
 split_extension(Name) ->
     Extension = filename:extension(Name),

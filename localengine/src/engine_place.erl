@@ -64,16 +64,15 @@ cloud_root(StateDir, Uid) ->
         true -> ok;
         false ->
             case engine_file:ensure_dir(Root) of
-                ok -> engine_file:write_atomic(cloud_file(StateDir),
-                                               io_lib:format("~p.~n", [[Root | Known]]), 8#600);
+                ok -> engine_file:write_term(cloud_file(StateDir), [Root | Known]);
                 {error, Reason} -> ?LOG_ERROR("the cloud cannot be made: ~0p", [Reason])
             end
     end,
     Root.
 
 known_clouds(StateDir) ->
-    case file:consult(cloud_file(StateDir)) of
-        {ok, [Known]} when is_list(Known) -> Known;
+    case engine_file:read_term(cloud_file(StateDir)) of
+        {ok, Known} when is_list(Known) -> Known;
         _ -> []
     end.
 

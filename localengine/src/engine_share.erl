@@ -16,15 +16,14 @@
 
 -spec load(binary()) -> shares().
 load(StateDir) ->
-    case file:consult(file_name(StateDir)) of
-        {ok, [Shares]} when is_map(Shares) -> Shares;
+    case engine_file:read_term(file_name(StateDir)) of
+        {ok, Shares} when is_map(Shares) -> Shares;
         _ -> #{}
     end.
 
 -spec save(binary(), shares()) -> ok | {error, atom()}.
 save(StateDir, Shares) ->
-    engine_file:write_atomic(file_name(StateDir),
-                             io_lib:format("~p.~n", [Shares]), 8#600).
+    engine_file:write_term(file_name(StateDir), Shares).
 
 file_name(StateDir) -> <<StateDir/binary, "/shares.terms">>.
 

@@ -23,7 +23,7 @@
 -define(POLL_MS, 2000).
 -define(RETRY_MS, 10000).
 -define(AGAIN_MS, 300).
-%% A pass or a save may take up to this share of the time.
+%% A look or a save may take up to this share of the time.
 -define(REST_FACTOR, 20).
 
 -spec start_link(options(), pid()) -> {ok, pid()}.
@@ -48,7 +48,7 @@ init({#{tree_file := File} = Options, Owner}) ->
                                       retry => ?RETRY_MS}, Options),
               owner => Owner, tree => engine_tree:load(File), unsaved => false,
               save_timer => none, worker => none, busy => false, dirty => all,
-              force_at => none, poll_timer => none, started => 0,
+              force_at => none, poll_timer => none,
               enabled => maps:get(enabled, Options), state => none, space => none},
     {ok, poll_in(0, State)}.
 
@@ -89,7 +89,7 @@ start_pass(#{worker := Worker, dirty := Dirty, force_at := ForceAt} = State) ->
     Now = erlang:monotonic_time(millisecond),
     Force = ForceAt =/= none andalso Now >= ForceAt,
     Worker ! {pass, Dirty, Force},
-    State#{busy := true, dirty := [], started := Now,
+    State#{busy := true, dirty := [],
            force_at := case Force of true -> none; false -> ForceAt end}.
 
 spawn_worker(#{options := Options, tree := Tree}) ->
@@ -137,14 +137,13 @@ report({result, {blocked, Side}}, State) ->
         _ -> ?LOG_NOTICE("the ~s side is not there", [Side])
     end,
     poll_in(poll_ms(State), tell_state(offline, idle(), State#{busy := false, dirty := all}));
-report({result, {done, Result}}, #{started := Started} = State) ->
-    #{space := Space, retry := Retry, again := Again} = Result,
-    Took = erlang:monotonic_time(millisecond) - Started,
+report({result, {done, Result}}, State) ->
+    #{space := Space, retry := Retry, again := Again, scan_ms := ScanMs} = Result,
     Rested = tell_space(Space, plan_retry(Retry, State#{busy := false})),
     case {Again, Rested} of
-        {true, _} -> poll_in(max(?AGAIN_MS, Took), Rested);
+        {true, _} -> poll_in(max(?AGAIN_MS, ScanMs), Rested);
         {false, #{dirty := []}} ->
-            poll_in(max(poll_ms(State), min(Took * ?REST_FACTOR, 60000)),
+            poll_in(max(poll_ms(State), min(ScanMs * ?REST_FACTOR, 60000)),
                     tell_state(ok, idle(), Rested));
         %% Changes were reported meanwhile.
         {false, _} -> poll_in(0, Rested)

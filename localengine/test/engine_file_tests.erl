@@ -1,0 +1,64 @@
+-module(engine_file_tests).
+
+-include_lib("eunit/include/eunit.hrl").
+
+-import(engine_lab, [in/2, read/1, write/3]).
+
+lab(Test) ->
+    Lab = engine_lab:new(),
+    try Test(Lab) after engine_lab:remove(Lab) end.
+
+atomicWriteReplacesAndSetsTheMode_test() ->
+    lab(fun(Lab) ->
+                write(Lab, "f.new", <<"left over">>),
+                ok = engine_file:write_atomic(in(Lab, "f"), <<"one">>, 8#600),
+                ok = engine_file:write_atomic(in(Lab, "f"), <<"two">>, 8#600),
+                ?assertEqual(<<"two">>, read(in(Lab, "f"))),
+                ?assertEqual({ok, [<<"f">>]}, engine_file:list(Lab)),
+                {ok, Info} = file:read_file_info(in(Lab, "f")),
+                ?assertEqual(8#600, element(8, Info) band 8#777)
+        end).
+
+failedWriteKeepsTheOldContent_test() ->
+    lab(fun(Lab) ->
+                write(Lab, "f/inside", <<"old">>),
+                ?assertMatch({error, _}, engine_file:write_atomic(in(Lab, "f"), <<"x">>, 8#600)),
+                ?assertEqual(<<"old">>, read(in(Lab, "f/inside"))),
+                ?assertMatch({error, enoent},
+                             engine_file:write_atomic(in(Lab, "none/f"), <<"x">>, 8#600))
+        end).
+
+linksAreNotFollowed_test() ->
+    lab(fun(Lab) ->
+                write(Lab, "f", <<"1">>),
+                ok = file:make_symlink("f", in(Lab, "link")),
+                ok = file:make_symlink("none", in(Lab, "broken")),
+                ?assertEqual([other, other],
+                             [engine_file:look(in(Lab, Name)) || Name <- ["link", "broken"]]),
+                ?assertEqual(absent, engine_file:look(in(Lab, "f/x")))
+        end).
+
+hashIsOfTheContent_test() ->
+    lab(fun(Lab) ->
+                Bytes = crypto:strong_rand_bytes(600000),
+                write(Lab, "f", Bytes),
+                ?assertEqual({ok, crypto:hash(sha256, Bytes)}, engine_file:hash(in(Lab, "f"))),
+                ?assertEqual({error, enoent}, engine_file:hash(in(Lab, "none")))
+        end).
+
+everyNameIsListedAsBytes_test() ->
+    lab(fun(Lab) ->
+                Names = lists:sort([<<"ž"/utf8>>, <<"a\nb">>, <<255, 254>>]),
+                [write(Lab, Name, <<>>) || Name <- Names],
+                ?assertEqual({ok, Names}, engine_file:list(Lab))
+        end).
+
+termsReadBackWithAllTheirBytes_test() ->
+    lab(fun(Lab) ->
+                Term = #{<<"č \"q\""/utf8>> => [{1, <<255, 0, 10>>}]},
+                ok = engine_file:write_term(in(Lab, "t"), Term),
+                ?assertEqual({ok, Term}, engine_file:read_term(in(Lab, "t"))),
+                ?assertEqual({error, enoent}, engine_file:read_term(in(Lab, "none"))),
+                write(Lab, "t", <<"{half">>),
+                ?assertEqual({error, damaged}, engine_file:read_term(in(Lab, "t")))
+        end).

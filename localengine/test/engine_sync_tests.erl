@@ -1,0 +1,109 @@
+-module(engine_sync_tests).
+
+-include_lib("eunit/include/eunit.hrl").
+
+-import(engine_lab, [in/2, write/3, read/1, tree/1]).
+
+lab(Options, Test) ->
+    #{level := Level} = logger:get_primary_config(),
+    ok = logger:set_primary_config(level, none),
+    try quiet_lab(Options, Test)
+    after ok = logger:set_primary_config(level, Level)
+    end.
+
+quiet_lab(Options, Test) ->
+    Lab = engine_lab:new(),
+    [ok = file:make_dir(in(Lab, Name)) || Name <- ["local", "cloud"]],
+    {ok, Sync} = engine_sync:start_link(
+                   maps:merge(#{uid => 1, local => in(Lab, "local"), cloud => in(Lab, "cloud"),
+                                tree_file => in(Lab, "1.tree"), quota => 1000000, poll => 50,
+                                retry => 100, rate => unlimited, enabled => true}, Options),
+                   self()),
+    try Test(Sync, Lab)
+    after
+        engine_sync:stop(Sync),
+        engine_lab:remove(Lab)
+    end.
+
+told(Sync, State) ->
+    receive {sync, Sync, {state, State, Figures}} -> Figures
+    after 10000 -> error({never_told, State})
+    end.
+
+saysOkAfterTheFirstLook_test() ->
+    lab(#{}, fun(Sync, _) ->
+                     ?assertEqual(#{uploads => 0, downloads => 0, bps => 0, timerem => 0},
+                                  told(Sync, ok)),
+                     receive {sync, Sync, {space, 0}} -> ok after 10000 -> error(no_space) end
+             end).
+
+countsWhatIsLeftWhileCopying_test() ->
+    lab(#{enabled => false, rate => 100000},
+        fun(Sync, Lab) ->
+                [write(Lab, "local/" ++ Name, binary:copy(<<"x">>, 50000)) || Name <- ["a", "b"]],
+                write(Lab, "cloud/c", <<"down">>),
+                engine_sync:set_enabled(Sync, true),
+                ?assertMatch(#{uploads := 2, downloads := 1}, told(Sync, transferring)),
+                Late = (fun Wait() ->
+                                case told(Sync, transferring) of
+                                    #{uploads := 1, bps := Bps} = Figures when Bps > 0 -> Figures;
+                                    _ -> Wait()
+                                end
+                        end)(),
+                ?assertMatch(#{timerem := Seconds} when Seconds >= 1, Late),
+                told(Sync, ok)
+        end).
+
+lockedFileIsTriedAgainByItself_test() ->
+    Locks = ets:new(locks, [public]),
+    ets:insert(Locks, {locked}),
+    Self = self(),
+    Opener = fun(Path, Modes) ->
+                     case ets:member(Locks, locked) of
+                         true -> Self ! tried, {error, eacces};
+                         false -> file:open(Path, Modes)
+                     end
+             end,
+    lab(#{opener => Opener},
+        fun(Sync, Lab) ->
+                write(Lab, "local/f", <<"1">>),
+                engine_sync:changed(Sync, [<<>>]),
+                [receive tried -> ok after 10000 -> error(not_tried) end || _ <- [1, 2]],
+                ets:delete(Locks, locked),
+                engine_lab:wait(copied, fun() -> read(in(Lab, "cloud/f")) =:= <<"1">> end)
+        end).
+
+pauseInTheMiddleOfACopyLeavesNothingHalf_test() ->
+    lab(#{rate => 100000},
+        fun(Sync, Lab) ->
+                told(Sync, ok),
+                write(Lab, "local/f", binary:copy(<<"x">>, 1000000)),
+                engine_sync:changed(Sync, [<<>>]),
+                told(Sync, transferring),
+                engine_sync:set_enabled(Sync, false),
+                ?assertEqual([1], engine_sync:id_path(Sync, <<>>)),
+                ?assertEqual(#{}, tree(in(Lab, "cloud"))),
+                ok = file:delete(in(Lab, "local/f")),
+                write(Lab, "local/g", <<"1">>),
+                engine_sync:set_enabled(Sync, true),
+                told(Sync, ok),
+                ?assertEqual(#{<<"g">> => <<"1">>}, tree(in(Lab, "cloud"))),
+                ?assertEqual({ok, [<<"root.id">>]}, engine_file:list(in(Lab, "cloud/.orvel.cache")))
+        end).
+
+treeIsSavedOnStop_test() ->
+    Lab = engine_lab:new(),
+    try
+        [ok = file:make_dir(in(Lab, Name)) || Name <- ["local", "cloud"]],
+        write(Lab, "local/f", <<"1">>),
+        {ok, Sync} = engine_sync:start_link(
+                       #{uid => 1, local => in(Lab, "local"), cloud => in(Lab, "cloud"),
+                         tree_file => in(Lab, "1.tree"), quota => 1000, rate => unlimited,
+                         enabled => true}, self()),
+        told(Sync, ok),
+        Ids = engine_sync:id_path(Sync, <<"f">>),
+        engine_sync:stop(Sync),
+        ?assertMatch([1, _], Ids),
+        ?assertEqual(Ids, engine_tree:id_path(<<"f">>, engine_tree:load(in(Lab, "1.tree"))))
+    after engine_lab:remove(Lab)
+    end.
