@@ -82,7 +82,9 @@ void EngineConfig::setFirstRunDefaults(const Machine& machine)
 
 void EngineConfig::read(const QVariantMap& file, const Machine& machine)
 {
-    const auto value = [&file](const char* key) { return file.value(QLatin1String(key)); };
+    const auto value = [&file](const char* key) {
+        return file.value(QLatin1String(key));
+    };
 
     itunes = value("itunes").toBool();
     dirs = readDirs(value("dirs").toStringList(), videosLocation(machine));

@@ -26,8 +26,7 @@ public:
 
     void add(qint64 processId) const
     {
-        const HANDLE process =
-            OpenProcess(PROCESS_SET_QUOTA | PROCESS_TERMINATE, FALSE, static_cast<DWORD>(processId));
+        const HANDLE process = OpenProcess(PROCESS_SET_QUOTA | PROCESS_TERMINATE, FALSE, static_cast<DWORD>(processId));
         if (process == nullptr)
             return;
         AssignProcessToJobObject(m_job, process);

@@ -28,6 +28,6 @@ QString Machine::firstAddress() const
 bool Machine::isUsable(const QHostAddress& address)
 {
     const QString text = address.toString();
-    return address.protocol() == QAbstractSocket::IPv4Protocol && !text.startsWith(QLatin1String("127."))
-        && !text.startsWith(QLatin1String("169.254."));
+    return address.protocol() == QAbstractSocket::IPv4Protocol && !text.startsWith(QLatin1String("127.")) &&
+           !text.startsWith(QLatin1String("169.254."));
 }

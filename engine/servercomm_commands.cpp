@@ -7,13 +7,15 @@
 
 void ServerComm::logout()
 {
-    ORVEL_LOG << "servercomm:" << "Doing logout";
+    ORVEL_LOG << "servercomm:"
+              << "Doing logout";
     send({{QStringLiteral("cmd"), QStringLiteral("logout")}});
 }
 
 void ServerComm::setSyncEnabled(bool val)
 {
-    ORVEL_LOG << "servercomm:" << "Doing sync disable";
+    ORVEL_LOG << "servercomm:"
+              << "Doing sync disable";
     send({{QStringLiteral("cmd"), QStringLiteral("syncenabled")}, {QStringLiteral("val"), val}});
 }
 
@@ -25,7 +27,8 @@ void ServerComm::observedPathsChanged(QStringList& paths)
 
 void ServerComm::pathQuery(const QString& path, const QString& what)
 {
-    ORVEL_LOG << "servercomm:" << "pathquery " << what << path;
+    ORVEL_LOG << "servercomm:"
+              << "pathquery " << what << path;
     send({{QStringLiteral("cmd"), QStringLiteral("pathquery")},
           {QStringLiteral("what"), what},
           {QStringLiteral("path"), path}});
@@ -33,7 +36,8 @@ void ServerComm::pathQuery(const QString& path, const QString& what)
 
 void ServerComm::shareFolder(const QString& username, const QString& path, int msgid)
 {
-    ORVEL_LOG << "servercomm:" << "Sharing folder " << path << " with user " << username;
+    ORVEL_LOG << "servercomm:"
+              << "Sharing folder " << path << " with user " << username;
     send({{QStringLiteral("cmd"), QStringLiteral("sharefolder")},
           {QStringLiteral("username"), username},
           {QStringLiteral("path"), path},
@@ -42,7 +46,8 @@ void ServerComm::shareFolder(const QString& username, const QString& path, int m
 
 void ServerComm::login(const QString& username, const QString& password, const QString& cid)
 {
-    ORVEL_LOG << "servercomm:" << "login with username " << username;
+    ORVEL_LOG << "servercomm:"
+              << "login with username " << username;
     send({{QStringLiteral("cmd"), QStringLiteral("login")},
           {QStringLiteral("username"), username},
           {QStringLiteral("password"), password},

@@ -7,7 +7,8 @@
 
 void ServerComm::readConfig()
 {
-    ORVEL_LOG << "servercomm:" << "Read config " << m_configPath;
+    ORVEL_LOG << "servercomm:"
+              << "Read config " << m_configPath;
     QFile file(m_configPath);
     const QByteArray content = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     file.close();
@@ -24,15 +25,18 @@ void ServerComm::readConfig()
     if (!ok || parsed.userType() != QMetaType::QVariantMap)
         return;
     m_config.read(parsed.toMap(), machine);
-    ORVEL_LOG << "servercomm:" << "Shared dirs " << m_config.dirs.join(QLatin1Char(' '));
+    ORVEL_LOG << "servercomm:"
+              << "Shared dirs " << m_config.dirs.join(QLatin1Char(' '));
     saveConfig(false);
 }
 
 void ServerComm::saveConfig(bool post)
 {
-    ORVEL_LOG << "servercomm:" << "Save config " << base::text(post);
+    ORVEL_LOG << "servercomm:"
+              << "Save config " << base::text(post);
     m_configBytes = Json::serialize(m_config.toMap(Machine::current()));
-    ORVEL_LOG << "servercomm:" << "Saving cfg to " << m_configPath;
+    ORVEL_LOG << "servercomm:"
+              << "Saving cfg to " << m_configPath;
     // Replaced in one step: a crash or a full disk leaves the old text, never half of the new one.
     QSaveFile file(m_configPath);
     if (file.open(QIODevice::WriteOnly)) {
@@ -70,7 +74,8 @@ void ServerComm::checkLocalAddress()
     const Machine machine = Machine::current();
     if (machine.addresses.contains(m_config.srvip))
         return;
-    ORVEL_LOG << "servercomm:" << "postConfig " << m_config.srvip << " not found, using " << machine.firstAddress();
+    ORVEL_LOG << "servercomm:"
+              << "postConfig " << m_config.srvip << " not found, using " << machine.firstAddress();
     m_config.srvip = machine.firstAddress();
     saveConfig(false);
 }

@@ -40,7 +40,8 @@ void ServerComm::serverOutput()
     const QByteArray raw = m_process->readAllStandardError();
     // Up to the first zero byte. Each read is cut by itself: the engine writes every message whole.
     const QString text = QString::fromLatin1(raw.constData());
-    ORVEL_LOG << "servercomm:" << "Raw stdout " << raw;
+    ORVEL_LOG << "servercomm:"
+              << "Raw stdout " << raw;
     const QVector<QStringRef> lines = text.splitRef(QLatin1Char('\n'), Qt::SkipEmptyParts);
     for (const QStringRef& line : lines) {
         bool ok = false;
@@ -54,9 +55,12 @@ void ServerComm::serverOutput()
 
 void ServerComm::handleMessage(const QVariantMap& message)
 {
-    const auto value = [&message](const char* key) { return message.value(QLatin1String(key)); };
+    const auto value = [&message](const char* key) {
+        return message.value(QLatin1String(key));
+    };
     const QString what = value("what").toString();
-    ORVEL_LOG << "servercomm:" << "Received from erlang " << what;
+    ORVEL_LOG << "servercomm:"
+              << "Received from erlang " << what;
 
     if (what == QLatin1String("state")) {
         m_state.pin = value("pin").toStringList();

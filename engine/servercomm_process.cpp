@@ -13,8 +13,8 @@
 namespace
 {
 
-constexpr int firstPostDelay = 500;  // ms
-constexpr int postRetryDelay = 1000; // ms
+constexpr int firstPostDelay = 500;   // ms
+constexpr int postRetryDelay = 1000;  // ms
 constexpr int shutdownTimeout = 3000; // ms
 
 } // namespace
@@ -31,19 +31,23 @@ ServerComm::ServerComm(const QString& applicationName, const QString& organizati
     m_config.srvip = Machine::current().firstAddress();
 
     connectProcess();
-    ORVEL_LOG << "servercomm:" << "ServerComm created ";
+    ORVEL_LOG << "servercomm:"
+              << "ServerComm created ";
     openStateDir();
     m_rootDir = QDir::currentPath();
     seedConfig();
-    ORVEL_LOG << "servercomm:" << "Cfg path " << m_configPath;
-    ORVEL_LOG << "servercomm:" << "Rootdir " << m_rootDir;
+    ORVEL_LOG << "servercomm:"
+              << "Cfg path " << m_configPath;
+    ORVEL_LOG << "servercomm:"
+              << "Rootdir " << m_rootDir;
     QDir(QDir::tempPath()).mkdir(applicationName);
     prepareEnvironment();
     readConfig();
     if (m_autostart)
         startServer();
     QTimer::singleShot(firstPostDelay, this, SLOT(configTimeout()));
-    ORVEL_LOG << "servercomm:" << "Comm initialized\n";
+    ORVEL_LOG << "servercomm:"
+              << "Comm initialized\n";
 }
 
 ServerComm::~ServerComm()
@@ -92,14 +96,16 @@ void ServerComm::prepareEnvironment()
 
 void ServerComm::toggleServer(bool on)
 {
-    ORVEL_LOG << "servercomm:" << "Server toggle " << base::text(on);
+    ORVEL_LOG << "servercomm:"
+              << "Server toggle " << base::text(on);
     if (on) {
         if (!m_running) {
             m_running = true;
             startServer();
         }
     } else if (m_running) {
-        ORVEL_LOG << "servercomm:" << "Terminating erlang";
+        ORVEL_LOG << "servercomm:"
+                  << "Terminating erlang";
         m_process->kill();
         m_running = false;
     }
@@ -110,7 +116,8 @@ void ServerComm::startServer()
     const QString program = QDir(QStringLiteral("erlang/erts-9.0/bin/erl.exe")).path();
     if (!m_running)
         return;
-    ORVEL_LOG << "servercomm:" << "Running server " << base::text(m_running) << " " << program;
+    ORVEL_LOG << "servercomm:"
+              << "Running server " << base::text(m_running) << " " << program;
     // A killed engine that is still ending is followed by the next one when it has ended: srvFinished().
     if (m_process->state() != QProcess::NotRunning)
         return;
@@ -163,7 +170,8 @@ const QString& ServerComm::rootDir() const
 void ServerComm::serverStarted()
 {
     postConfig();
-    ORVEL_LOG << "servercomm:" << "Server Started!";
+    ORVEL_LOG << "servercomm:"
+              << "Server Started!";
 }
 
 void ServerComm::configTimeout()
@@ -174,15 +182,16 @@ void ServerComm::configTimeout()
 
 void ServerComm::srvError(QProcess::ProcessError error)
 {
-    ORVEL_LOG << "servercomm:" << "Process start error " << static_cast<int>(error);
+    ORVEL_LOG << "servercomm:"
+              << "Process start error " << static_cast<int>(error);
 }
 
 void ServerComm::srvFinished(int exitCode, QProcess::ExitStatus exitStatus)
 {
     Q_UNUSED(exitCode)
     Q_UNUSED(exitStatus)
-    ORVEL_LOG << "servercomm:" << "srv finished! autostart=" << base::text(m_autostart)
-              << " running=" << base::text(m_running);
+    ORVEL_LOG << "servercomm:"
+              << "srv finished! autostart=" << base::text(m_autostart) << " running=" << base::text(m_running);
     if (!m_running || m_autostart)
         return;
     m_running = false;

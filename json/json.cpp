@@ -9,7 +9,8 @@ namespace Json
 namespace
 {
 
-enum Token {
+enum Token
+{
     JsonTokenNone,
     JsonTokenCurlyOpen,
     JsonTokenCurlyClose,

@@ -31,8 +31,8 @@ QString escaped(QString value)
 
 void setStartup(bool on, const QString& name, const QString& program)
 {
-    const QDir autostart(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
-                         + QStringLiteral("/autostart"));
+    const QDir autostart(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+                         QStringLiteral("/autostart"));
     const QString path = autostart.filePath(name + QStringLiteral(".desktop"));
     if (!on) {
         QFile::remove(path);

@@ -22,8 +22,7 @@ QString shellFolder(const QString& value)
 
 void setStartup(bool on, const QString& name, const QString& program)
 {
-    const QString shortcut =
-        shellFolder(QStringLiteral("Startup")) + QLatin1Char('\\') + name + QStringLiteral(".lnk");
+    const QString shortcut = shellFolder(QStringLiteral("Startup")) + QLatin1Char('\\') + name + QStringLiteral(".lnk");
     if (on)
         QFile::link(QDir::toNativeSeparators(program), shortcut);
     else

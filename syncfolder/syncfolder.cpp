@@ -2,9 +2,9 @@
 
 #include "base/log.h"
 #include "engine/servercomm.h"
-#include "json/json.h"
 #include "syncfolder/pickhomepath.h"
 #include "syncfolder/winfilewatcher.h"
+#include "json/json.h"
 
 #include <QDateTime>
 #include <QFile>
@@ -88,7 +88,8 @@ QVariantList SyncFolder::readRoots() const
     // Latin-1, although the text is JSON: the engine escapes what is not ASCII.
     const QVariant roots = Json::parse(QString::fromLatin1(content.constData()), ok);
     if (!ok) {
-        ORVEL_LOG << "syncfolder:" << "Unable to parse json " << content;
+        ORVEL_LOG << "syncfolder:"
+                  << "Unable to parse json " << content;
         return {};
     }
     return roots.toList();
@@ -100,7 +101,8 @@ bool SyncFolder::validRootPaths(quint64 uid)
     if (uid == 0)
         return true;
     const QVariantList roots = readRoots();
-    ORVEL_LOG << "syncfolder:" << "Valid rootpaths for " << roots.size();
+    ORVEL_LOG << "syncfolder:"
+              << "Valid rootpaths for " << roots.size();
     for (const QVariant& root : roots) {
         bool entered = false;
         const QDir dir = directoryOf(root, entered);
@@ -113,13 +115,14 @@ bool SyncFolder::validRootPaths(quint64 uid)
 
 void SyncFolder::findCacheDir(const QDir& root)
 {
-    const QStringList caches = root.entryList({QStringLiteral("*.cache")},
-                                              QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Unsorted);
+    const QStringList caches =
+        root.entryList({QStringLiteral("*.cache")}, QDir::Dirs | QDir::Hidden | QDir::NoDotAndDotDot, QDir::Unsorted);
     if (caches.isEmpty())
         return;
     m_cacheDir.cd(root.path());
     m_cacheDir.cd(caches.first());
-    ORVEL_LOG << "syncfolder:" << "CACHEDIR " << m_cacheDir.path();
+    ORVEL_LOG << "syncfolder:"
+              << "CACHEDIR " << m_cacheDir.path();
 }
 
 void SyncFolder::destroyWatcher()
@@ -129,7 +132,8 @@ void SyncFolder::destroyWatcher()
 
 void SyncFolder::rootsChanged()
 {
-    ORVEL_LOG << "syncfolder:" << "root changed " << m_uid;
+    ORVEL_LOG << "syncfolder:"
+              << "root changed " << m_uid;
     const QVariantList roots = readRoots();
     QStringList paths;
     QList<QDir> dirs;
@@ -150,7 +154,8 @@ void SyncFolder::extPathsChanged(QStringList* paths)
 {
     const std::unique_ptr<QStringList> owned(paths);
     m_lastChangeTime = QDateTime::currentMSecsSinceEpoch();
-    ORVEL_LOG << "syncfolder:" << "extpaths changed " << paths->join(QLatin1Char(' ')) << m_lastChangeTime;
+    ORVEL_LOG << "syncfolder:"
+              << "extpaths changed " << paths->join(QLatin1Char(' ')) << m_lastChangeTime;
 
     const QString cache = m_cacheDir.path();
     for (const QString& path : qAsConst(*paths)) {
@@ -188,7 +193,8 @@ void SyncFolder::reportTimeout()
 void SyncFolder::loginChanged()
 {
     const quint64 newUid = m_server->state().uid;
-    ORVEL_LOG << "syncfolder:" << "Sync folder uid changed from " << m_uid << " to " << newUid;
+    ORVEL_LOG << "syncfolder:"
+              << "Sync folder uid changed from " << m_uid << " to " << newUid;
     QSettings settings;
     if (newUid != 0)
         store(settings, QStringLiteral("lastuid"), newUid);

@@ -1,9 +1,9 @@
 #include "base/log.h"
 #include "engine/servercomm.h"
-#include "json/json.h"
 #include "syncfolder/pickhomepath.h"
 #include "syncfolder/syncfolder.h"
 #include "syncfolder/winfilewatcher.h"
+#include "json/json.h"
 
 #include <QCoreApplication>
 #include <QDataStream>
@@ -36,11 +36,13 @@ QByteArray toAscii(const QByteArray& json)
 
 void SyncFolder::AppActivated()
 {
-    ORVEL_LOG << "syncfolder:" << "AppActivated" << static_cast<const void*>(m_picker.data());
+    ORVEL_LOG << "syncfolder:"
+              << "AppActivated" << static_cast<const void*>(m_picker.data());
     if (m_picker || m_rootValid)
         return;
     const QString home = QStandardPaths::writableLocation(QStandardPaths::HomeLocation);
-    ORVEL_LOG << "syncfolder:" << "picking home start pos: " << home;
+    ORVEL_LOG << "syncfolder:"
+              << "picking home start pos: " << home;
 
     m_picker = new PickHomepath(QStringLiteral("moveordel"),
                                 home + QLatin1Char('/') + QCoreApplication::applicationName(), nullptr);
@@ -56,7 +58,8 @@ void SyncFolder::AppActivated()
 void SyncFolder::pickHomeclosed(int result)
 {
     Q_UNUSED(result)
-    ORVEL_LOG << "syncfolder:" << "pick home closed";
+    ORVEL_LOG << "syncfolder:"
+              << "pick home closed";
     if (!m_picker)
         return;
     m_picker->deleteLater(); // it is still emitting the signal that led here
@@ -66,7 +69,8 @@ void SyncFolder::pickHomeclosed(int result)
 
 void SyncFolder::RootPicked(QString path)
 {
-    ORVEL_LOG << "syncfolder:" << "Root picked " << path;
+    ORVEL_LOG << "syncfolder:"
+              << "Root picked " << path;
     QDir dir(path);
     if (dir.isRoot())
         return;
@@ -103,7 +107,8 @@ void SyncFolder::RootDeleted()
         if (name == QLatin1String("config.json"))
             continue;
         const QString path = m_server->stateDir() + QLatin1Char('/') + name;
-        ORVEL_LOG << "syncfolder:" << "Deleting file " << path;
+        ORVEL_LOG << "syncfolder:"
+                  << "Deleting file " << path;
         QFile::remove(path);
     }
     m_server->toggleServer(true);
@@ -140,4 +145,6 @@ void SyncFolder::macEventChecker()
     QDataStream(&file) << "ABC";
 }
 
-void SyncFolder::macEventChecker1() {}
+void SyncFolder::macEventChecker1()
+{
+}

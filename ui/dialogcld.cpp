@@ -36,7 +36,8 @@ DialogCld::DialogCld(QWidget* parent)
     createCommandReader();
     copyStatusIcons();
     nameApplication();
-    ORVEL_LOG << "maindlg:" << "STATE PATH" << m_server->stateDir();
+    ORVEL_LOG << "maindlg:"
+              << "STATE PATH" << m_server->stateDir();
     createSyncFolder();
 
     QSettings settings;
@@ -61,7 +62,8 @@ DialogCld::~DialogCld() = default;
 void DialogCld::createServer()
 {
     const QString organization = tr("Velmora d.d.");
-    ORVEL_LOG << "maindlg:" << "Organization is " << organization;
+    ORVEL_LOG << "maindlg:"
+              << "Organization is " << organization;
     m_server = std::make_unique<ServerComm>(tr("Orvel Storage"), organization, false);
     connect(m_server.get(), SIGNAL(netStateChanged()), this, SLOT(srvStateChange()));
     connect(m_server.get(), SIGNAL(serverDied()), this, SLOT(srvDied()));
@@ -120,9 +122,9 @@ void DialogCld::buildPanel(int runStartup)
     connect(startup, SIGNAL(toggled(bool)), this, SLOT(toggleStartUp(bool)));
 
     const QString rootPath = m_syncFolder->rootPath();
-    m_panel =
-        SettingsPanel::build(this, startup, settings.value(QStringLiteral("username")).toString(), rootPath);
-    ORVEL_LOG << "maindlg:" << "VALIDATED PATH " << rootPath;
+    m_panel = SettingsPanel::build(this, startup, settings.value(QStringLiteral("username")).toString(), rootPath);
+    ORVEL_LOG << "maindlg:"
+              << "VALIDATED PATH " << rootPath;
     connect(m_panel.login, SIGNAL(clicked()), this, SLOT(doLogin()));
     connect(m_panel.pickFolder, SIGNAL(clicked()), this, SLOT(changeRoot()));
     connect(m_panel.autoUpdate, SIGNAL(toggled(bool)), this, SLOT(toggleAutoUpdate(bool)));

@@ -64,7 +64,8 @@ void DialogCld::createMenu()
 
 void DialogCld::menuShow()
 {
-    ORVEL_LOG << "maindlg:" << "Menu show";
+    ORVEL_LOG << "maindlg:"
+              << "Menu show";
     show();
     raise();
     activateWindow();
@@ -77,9 +78,13 @@ void DialogCld::menuClose()
     QCoreApplication::exit(exitCodeOfMenu);
 }
 
-void DialogCld::manualUpdate() {}
+void DialogCld::manualUpdate()
+{
+}
 
-void DialogCld::checkUpdate() {}
+void DialogCld::checkUpdate()
+{
+}
 
 void DialogCld::toggleAutoUpdate(bool on)
 {
@@ -144,14 +149,16 @@ void DialogCld::openGuide()
 void DialogCld::guideClosed(int result)
 {
     Q_UNUSED(result)
-    ORVEL_LOG << "maindlg:" << "Cleanup guide";
+    ORVEL_LOG << "maindlg:"
+              << "Cleanup guide";
     if (auto* guide = qobject_cast<Guide*>(sender()))
         guide->close();
 }
 
 void DialogCld::changeRoot()
 {
-    ORVEL_LOG << "maindlg:" << "change root";
+    ORVEL_LOG << "maindlg:"
+              << "change root";
     const QString current = m_panel.folderPath->text();
     if (current.isEmpty())
         return;
@@ -162,9 +169,11 @@ void DialogCld::changeRoot()
         start = parent.path();
     }
     const QString picked = folderchooser::ask(this, tr("Pick Orvel Storage folder"), start);
-    ORVEL_LOG << "maindlg:" << "movedpath" << picked;
+    ORVEL_LOG << "maindlg:"
+              << "movedpath" << picked;
     if (picked.isEmpty()) {
-        ORVEL_LOG << "maindlg:" << "openpath empty";
+        ORVEL_LOG << "maindlg:"
+                  << "openpath empty";
         return;
     }
 
@@ -175,18 +184,20 @@ void DialogCld::changeRoot()
         m_syncFolder->moveRoot(newRoot);
         return;
     }
-    ORVEL_LOG << "maindlg:" << "New path exists!";
-    auto* box = new QMessageBox(QMessageBox::Warning, tr("Error"),
-                                tr("Folder named") + QLatin1Char(' ') + folderName + QLatin1Char(' ')
-                                    + tr("already exists."),
-                                QMessageBox::Ok, this);
+    ORVEL_LOG << "maindlg:"
+              << "New path exists!";
+    auto* box =
+        new QMessageBox(QMessageBox::Warning, tr("Error"),
+                        tr("Folder named") + QLatin1Char(' ') + folderName + QLatin1Char(' ') + tr("already exists."),
+                        QMessageBox::Ok, this);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->open();
 }
 
 void DialogCld::shellCommand(QString cmd, QString path)
 {
-    ORVEL_LOG << "maindlg:" << "Shell command " << cmd << path;
+    ORVEL_LOG << "maindlg:"
+              << "Shell command " << cmd << path;
     if (cmd == QLatin1String("website"))
         openHomepage();
     else if (cmd == QLatin1String("shareitem") || cmd == QLatin1String("revs"))
@@ -195,7 +206,8 @@ void DialogCld::shellCommand(QString cmd, QString path)
 
 void DialogCld::pathQueryResult(QString tag, QList<quint64> ids)
 {
-    ORVEL_LOG << "maindlg:" << "Query result " << tag;
+    ORVEL_LOG << "maindlg:"
+              << "Query result " << tag;
     if (ids.size() < 2)
         return;
     const QString& host = m_server->config().synchome;
@@ -212,6 +224,7 @@ void DialogCld::shareFolder(QString user, QString path, int id)
 
 void DialogCld::shareClosed(ShareFolder* s)
 {
-    ORVEL_LOG << "maindlg:" << "Deleting share dialog";
+    ORVEL_LOG << "maindlg:"
+              << "Deleting share dialog";
     s->deleteLater();
 }

@@ -17,7 +17,8 @@ void DialogCld::doLogin()
     }
     const QString& state = m_server->state().netState;
     const QString username = m_panel.username->text();
-    ORVEL_LOG << "maindlg:" << "dologin " << state << username;
+    ORVEL_LOG << "maindlg:"
+              << "dologin " << state << username;
     m_syncFolder->AppActivated();
     if (state == QLatin1String("logout")) {
         m_server->login(username, m_panel.password->text());
@@ -40,7 +41,8 @@ void DialogCld::pickRacun(QStringList ids)
 
 void DialogCld::pickedRacun(QString id)
 {
-    ORVEL_LOG << "maindlg:" << "Picked racun" << id;
+    ORVEL_LOG << "maindlg:"
+              << "Picked racun" << id;
     if (m_picker) {
         m_picker->close();
         m_picker->deleteLater(); // it is still emitting the signal that led here

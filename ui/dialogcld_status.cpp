@@ -39,10 +39,10 @@ void DialogCld::createTray()
 void DialogCld::srvStateChange()
 {
     const EngineState& state = m_server->state();
-    ORVEL_LOG << "maindlg:" << "network state " << state.netState;
+    ORVEL_LOG << "maindlg:"
+              << "network state " << state.netState;
     const bool accountKnown = m_syncFolder && m_syncFolder->uid() != 0;
-    if (const auto view =
-            panelView(state.netState, accountKnown, m_loginAttempts, QCoreApplication::applicationName()))
+    if (const auto view = panelView(state.netState, accountKnown, m_loginAttempts, QCoreApplication::applicationName()))
         m_panel.show(*view);
     if (const auto status = trayStatus(state, trayTitle())) {
         m_tray->setIcon(QIcon(status->icon));
@@ -54,16 +54,18 @@ void DialogCld::spaceUsedChanged()
 {
     const EngineState& state = m_server->state();
     const quint64 free = state.quota - state.space;
-    ORVEL_LOG << "maindlg:" << "space used changed free =" << free << state.quota;
+    ORVEL_LOG << "maindlg:"
+              << "space used changed free =" << free << state.quota;
     const double freeGibibytes = static_cast<double>(free) * static_cast<double>(gibibytesPerByte);
-    m_spaceAction->setText(QStringLiteral("%L1 GB ").arg(freeGibibytes, 0, 'g', freePrecision) + tr("free out of")
-                           + QStringLiteral(" %1 GB").arg(state.quota >> gibibyteShift));
+    m_spaceAction->setText(QStringLiteral("%L1 GB ").arg(freeGibibytes, 0, 'g', freePrecision) + tr("free out of") +
+                           QStringLiteral(" %1 GB").arg(state.quota >> gibibyteShift));
     m_packageAction->setText(QStringLiteral("%1 - ").arg(state.package) + tr("Change package"));
 }
 
 void DialogCld::srvDied()
 {
-    ORVEL_LOG << "maindlg:" << "srvdied";
+    ORVEL_LOG << "maindlg:"
+              << "srvdied";
     m_syncFolder.reset();
     createSyncFolder();
 }
@@ -76,14 +78,16 @@ void DialogCld::aboutToDie()
 
 void DialogCld::rootsChanged(QList<QDir>& roots)
 {
-    ORVEL_LOG << "maindlg:" << "rootschanged " << roots.size();
+    ORVEL_LOG << "maindlg:"
+              << "rootschanged " << roots.size();
     for (const QDir& root : qAsConst(roots))
         m_panel.showFolder(root.path());
 }
 
 void DialogCld::toggleStartUp(bool on)
 {
-    ORVEL_LOG << "maindlg:" << "Toggle startup " << base::text(on);
+    ORVEL_LOG << "maindlg:"
+              << "Toggle startup " << base::text(on);
     placement::setStartup(on, QCoreApplication::applicationName(), QCoreApplication::applicationFilePath());
     QSettings().setValue(QStringLiteral("runstartup"), on ? 1 : 0);
 }

@@ -65,7 +65,15 @@ SettingsPanel SettingsPanel::build(QDialog* dialog, QCheckBox* startupBox, const
     // The lower half stands in rows of its own: what is added first is not always what is seen first.
     auto* settings = new QGridLayout;
     settings->setVerticalSpacing(panelSpacing);
-    enum Row { FirstSeparatorRow, FolderCaptionRow, FolderRow, SecondSeparatorRow, StartupRow, AutoUpdateRow };
+    enum Row
+    {
+        FirstSeparatorRow,
+        FolderCaptionRow,
+        FolderRow,
+        SecondSeparatorRow,
+        StartupRow,
+        AutoUpdateRow
+    };
 
     panel.startup = startupBox;
     settings->addWidget(panel.startup, StartupRow, 0);
@@ -114,8 +122,8 @@ SettingsPanel SettingsPanel::build(QDialog* dialog, QCheckBox* startupBox, const
     }
     dialog->setLayout(layout);
     dialog->setMinimumWidth(minimumWidth);
-    QWidget* const tabOrder[] = {panel.username,   panel.password,   panel.folderPath, panel.pickFolder,
-                                 panel.startup,    panel.autoUpdate, panel.login};
+    QWidget* const tabOrder[] = {panel.username, panel.password,   panel.folderPath, panel.pickFolder,
+                                 panel.startup,  panel.autoUpdate, panel.login};
     for (size_t i = 1; i < std::size(tabOrder); ++i)
         QWidget::setTabOrder(tabOrder[i - 1], tabOrder[i]);
     return panel;

@@ -22,8 +22,8 @@ QString transferLines(const EngineState& state)
         lines +=
             QStringLiteral("%1").arg(state.downloads) + tr(" files are downloading from the cloud") + QLatin1Char('\n');
     if (state.bps > 0)
-        lines += QStringLiteral("%1 kB/sec, ").arg(state.bps / bytesPerKilobyte)
-            + tr("time remaining %1 min").arg(state.timeRemaining / secondsPerMinute);
+        lines += QStringLiteral("%1 kB/sec, ").arg(state.bps / bytesPerKilobyte) +
+                 tr("time remaining %1 min").arg(state.timeRemaining / secondsPerMinute);
     return lines;
 }
 

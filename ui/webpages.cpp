@@ -43,8 +43,8 @@ QUrl item(const QString& serverHost, const QList<quint64>& ids, const QString& a
     QString folders = QStringLiteral("/");
     for (const quint64 id : ids.mid(1, ids.size() - 2))
         folders += QString::number(id) + QLatin1Char('/');
-    return QUrl(QStringLiteral("http://") + serverHost + tr("/datoteke/vse") + folders + QLatin1Char('#') + action
-                + QLatin1Char('=') + QString::number(ids.last()));
+    return QUrl(QStringLiteral("http://") + serverHost + tr("/datoteke/vse") + folders + QLatin1Char('#') + action +
+                QLatin1Char('=') + QString::number(ids.last()));
 }
 
 } // namespace webpages

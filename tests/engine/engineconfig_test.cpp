@@ -77,8 +77,7 @@ private slots:
 
     void savedAddressThatIsGoneGivesWayToTheFirst()
     {
-        QCOMPARE(readFrom({{QStringLiteral("srvip"), QStringLiteral("172.16.0.1")}}).srvip,
-                 QStringLiteral("10.0.0.5"));
+        QCOMPARE(readFrom({{QStringLiteral("srvip"), QStringLiteral("172.16.0.1")}}).srvip, QStringLiteral("10.0.0.5"));
     }
 
     void loopbackSelfAssignedAndIpv6AreNotUsable_data()

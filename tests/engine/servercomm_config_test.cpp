@@ -1,6 +1,6 @@
-#include "json/json.h"
 #include "tests/engine/servercommtest.h"
 #include "tests/support/privileges.h"
+#include "json/json.h"
 
 #include <QFileInfo>
 #include <QSignalSpy>
@@ -54,9 +54,13 @@ private slots:
 
     void fileIsUtf8()
     {
-        serverWith("{\"homepath\": \"/home/\xc5\xbd" "an\"}");
-        QCOMPARE(m_server->config().homepath, QString::fromUtf8("/home/\xc5\xbd" "an"));
-        QVERIFY(readFile(m_server->configPath()).contains("/home/\xc5\xbd" "an"));
+        serverWith("{\"homepath\": \"/home/\xc5\xbd"
+                   "an\"}");
+        QCOMPARE(m_server->config().homepath, QString::fromUtf8("/home/\xc5\xbd"
+                                                                "an"));
+        QVERIFY(readFile(m_server->configPath())
+                    .contains("/home/\xc5\xbd"
+                              "an"));
     }
 
     void corruptFileIsLeftAsItIsAndReplacedByTheNextSave_data()

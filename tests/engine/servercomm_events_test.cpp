@@ -107,9 +107,9 @@ private slots:
     {
         runningServer();
         QStringList seen;
-        connect(m_server.get(), &ServerComm::netStateChanged, this,
-                [&] { seen << m_server->state().netState; });
-        m_engine->writeError("{\"what\":\"networkstate\",\"state\":\"a\"}\n{\"what\":\"networkstate\",\"state\":\"b\"}\n");
+        connect(m_server.get(), &ServerComm::netStateChanged, this, [&] { seen << m_server->state().netState; });
+        m_engine->writeError(
+            "{\"what\":\"networkstate\",\"state\":\"a\"}\n{\"what\":\"networkstate\",\"state\":\"b\"}\n");
         EVENTUALLY_EQUAL(seen, (QStringList{QStringLiteral("a"), QStringLiteral("b")}));
     }
 
@@ -138,7 +138,8 @@ private slots:
     {
         runningServer();
         const QSignalSpy changed(m_server.get(), SIGNAL(netStateChanged()));
-        const char bytes[] = "{\"what\":\"networkstate\",\"state\":\"a\"}\n\0{\"what\":\"networkstate\",\"state\":\"b\"}\n";
+        const char bytes[] =
+            "{\"what\":\"networkstate\",\"state\":\"a\"}\n\0{\"what\":\"networkstate\",\"state\":\"b\"}\n";
         m_engine->writeError(QByteArray(bytes, sizeof bytes - 1));
         EVENTUALLY_EQUAL(changed.count(), 1);
         settle();
@@ -195,15 +196,15 @@ private slots:
         QSignalSpy share(m_server.get(), SIGNAL(shareFolderResult(int, bool, int)));
         QSignalSpy query(m_server.get(), SIGNAL(pathQueryResult(QString, QList<quint64>)));
         QSignalSpy ids(m_server.get(), SIGNAL(racunIds(QStringList)));
-        for (const char* value : {"{\"a\":1}", "[[],{}]", "null", "\"\\u0000\"", "-1", "1.5", "true", "1e400",
-                                  "99999999999999999999"}) {
+        for (const char* value :
+             {"{\"a\":1}", "[[],{}]", "null", "\"\\u0000\"", "-1", "1.5", "true", "1e400", "99999999999999999999"}) {
             const QByteArray wrong(value);
-            m_engine->say("{\"what\":\"state\",\"pin\":" + wrong + ",\"upnp\":" + wrong + ",\"portworks\":" + wrong
-                          + ",\"porttime\":" + wrong + "}");
-            m_engine->say("{\"what\":\"networkstate\",\"state\":" + wrong + ",\"uid\":" + wrong + ",\"bps\":" + wrong
-                          + ",\"uploads\":" + wrong + ",\"downloads\":" + wrong + ",\"timerem\":" + wrong + "}");
-            m_engine->say("{\"what\":\"sharefolderresult\",\"msgid\":" + wrong + ",\"success\":" + wrong
-                          + ",\"msg\":" + wrong + "}");
+            m_engine->say("{\"what\":\"state\",\"pin\":" + wrong + ",\"upnp\":" + wrong + ",\"portworks\":" + wrong +
+                          ",\"porttime\":" + wrong + "}");
+            m_engine->say("{\"what\":\"networkstate\",\"state\":" + wrong + ",\"uid\":" + wrong + ",\"bps\":" + wrong +
+                          ",\"uploads\":" + wrong + ",\"downloads\":" + wrong + ",\"timerem\":" + wrong + "}");
+            m_engine->say("{\"what\":\"sharefolderresult\",\"msgid\":" + wrong + ",\"success\":" + wrong +
+                          ",\"msg\":" + wrong + "}");
             m_engine->say("{\"what\":\"loginids\",\"ids\":" + wrong + "}");
             m_engine->say("{\"what\":\"queryresult\",\"cmd\":" + wrong + ",\"idpath\":" + wrong + "}");
             m_engine->say("{\"what\":" + wrong + "}");

@@ -1,8 +1,8 @@
 #include "base/log.h"
 #include "tests/engine/servercommtest.h"
+#include "tests/support/metamethods.h"
 
 #include <QFileInfo>
-#include <QMetaMethod>
 #include <QSignalSpy>
 #include <QStandardPaths>
 
@@ -12,17 +12,6 @@ class ServerCommProcessTest final : public ServerCommTest
 {
     Q_OBJECT
 
-    static QStringList methods(QMetaMethod::MethodType type)
-    {
-        QStringList signatures;
-        const QMetaObject& meta = ServerComm::staticMetaObject;
-        for (int i = meta.methodOffset(); i < meta.methodCount(); ++i) {
-            if (meta.method(i).methodType() == type)
-                signatures << QString::fromLatin1(meta.method(i).methodSignature());
-        }
-        return signatures;
-    }
-
     static int countOf(const QString& line)
     {
         return log().count(line);
@@ -31,14 +20,14 @@ class ServerCommProcessTest final : public ServerCommTest
 private slots:
     void signalsAndSlotsStandInTheirDeclaredOrder()
     {
-        QCOMPARE(methods(QMetaMethod::Signal),
+        QCOMPARE(signalsOf(ServerComm::staticMetaObject),
                  (QStringList{QStringLiteral("logText(QString)"), QStringLiteral("stateChanged()"),
                               QStringLiteral("netStateChanged()"), QStringLiteral("rootsChanged()"),
                               QStringLiteral("shareFolderResult(int,bool,int)"), QStringLiteral("serverDied()"),
                               QStringLiteral("spaceUsedChanged()"),
                               QStringLiteral("pathQueryResult(QString,QList<quint64>)"),
                               QStringLiteral("racunIds(QStringList)")}));
-        QCOMPARE(methods(QMetaMethod::Slot),
+        QCOMPARE(slotsOf(ServerComm::staticMetaObject),
                  (QStringList{QStringLiteral("observedPathsChanged(QStringList&)"), QStringLiteral("serverStarted()"),
                               QStringLiteral("serverOutput()"), QStringLiteral("configTimeout()"),
                               QStringLiteral("srvError(QProcess::ProcessError)"),
@@ -50,8 +39,8 @@ private slots:
         createServer();
         QStringList steps;
         for (const QString& line : log()) {
-            for (const char* step : {"ServerComm created ", "Cfg path  ", "Rootdir  ", "Read config  ",
-                                     "Comm initialized\n"}) {
+            for (const char* step :
+                 {"ServerComm created ", "Cfg path  ", "Rootdir  ", "Read config  ", "Comm initialized\n"}) {
                 if (line.startsWith(QStringLiteral("servercomm: ") + QLatin1String(step)))
                     steps << QLatin1String(step);
             }
@@ -167,7 +156,7 @@ private slots:
     void pollingStopsWhenTheConfigurationIsPosted()
     {
         runningServer();
-        EVENTUALLY(m_server->findChildren<QTimer*>().isEmpty());
+        EVENTUALLY_EQUAL(armedSingleShots(), 0);
         // The first post follows the start; the poll makes one more of its own and is done.
         const QByteArray config = "\njson" + readFile(m_server->configPath()) + '\n';
         EVENTUALLY_EQUAL(m_engine->input(), config + config);
@@ -213,7 +202,9 @@ private slots:
     void logArgumentsCostNothingWhileTheCategoryIsOff()
     {
         int evaluated = 0;
-        const auto argument = [&evaluated] { return ++evaluated; };
+        const auto argument = [&evaluated] {
+            return ++evaluated;
+        };
         QLoggingCategory::setFilterRules(QStringLiteral("default.debug=false"));
         ORVEL_LOG << argument();
         QLoggingCategory::setFilterRules(QString());

@@ -152,8 +152,8 @@ private slots:
         QTest::newRow("hexadecimal") << "\"\\u00e9\"" << QString(QChar(0xe9));
         QTest::newRow("surrogate pair") << "\"\\ud83d\\ude00\"" << QString::fromUtf8("\xf0\x9f\x98\x80");
         QTest::newRow("unknown is dropped") << "\"a\\qb\\xc\"" << QStringLiteral("abc");
-        QTest::newRow("not hexadecimal is 0") << "\"a\\uzzzzb\""
-                                              << QStringLiteral("a") + QChar(0) + QStringLiteral("b");
+        QTest::newRow("not hexadecimal is 0")
+            << "\"a\\uzzzzb\"" << QStringLiteral("a") + QChar(0) + QStringLiteral("b");
         QTest::newRow("raw line break") << "\"a\nb\"" << QStringLiteral("a\nb");
     }
     void escapesAreRead()
@@ -215,8 +215,7 @@ private slots:
 
     void layoutOfTheWrittenTextIsFixed()
     {
-        const QVariantMap map{{QStringLiteral("b"), QVariantList{1, true}},
-                              {QStringLiteral("a"), QStringLiteral("x")}};
+        const QVariantMap map{{QStringLiteral("b"), QVariantList{1, true}}, {QStringLiteral("a"), QStringLiteral("x")}};
         QCOMPARE(Json::serialize(map), QByteArray("{ \"a\" : \"x\", \"b\" : [ 1, true ] }"));
         QCOMPARE(Json::serialize(QVariantList()), QByteArray("[  ]"));
         QCOMPARE(Json::serialize(QVariantMap()), QByteArray("{  }"));
@@ -244,8 +243,7 @@ private slots:
         QTest::newRow("line break") << QVariant(QStringLiteral("line\nbreak")) << QByteArray("\"line\\nbreak\"");
         QTest::newRow("escapes") << QVariant(QStringLiteral("\\\"\b\f\n\r\t"))
                                  << QByteArray("\"\\\\\\\"\\b\\f\\n\\r\\t\"");
-        QTest::newRow("not escaped") << QVariant(QString::fromUtf8("/\x01\xc4\x8d"))
-                                     << QByteArray("\"/\x01\xc4\x8d\"");
+        QTest::newRow("not escaped") << QVariant(QString::fromUtf8("/\x01\xc4\x8d")) << QByteArray("\"/\x01\xc4\x8d\"");
         QTest::newRow("percent sign") << QVariant(QStringLiteral("%1 %2")) << QByteArray("\"%1 %2\"");
     }
     void scalarsAreWritten()
@@ -268,9 +266,10 @@ private slots:
 
     void whatWasWrittenIsReadBack()
     {
-        const QVariantMap map{{QStringLiteral("text"), QString::fromUtf8("a\\\"\n\t\xc4\x8d")},
-                              {QStringLiteral("list"), QVariantList{1ULL, -1LL, 0.5, true, QVariant(), QStringLiteral("")}},
-                              {QStringLiteral("map"), QVariantMap{{QStringLiteral("k"), QVariantMap()}}}};
+        const QVariantMap map{
+            {QStringLiteral("text"), QString::fromUtf8("a\\\"\n\t\xc4\x8d")},
+            {QStringLiteral("list"), QVariantList{1ULL, -1LL, 0.5, true, QVariant(), QStringLiteral("")}},
+            {QStringLiteral("map"), QVariantMap{{QStringLiteral("k"), QVariantMap()}}}};
         bool ok = false;
         QCOMPARE(Json::parse(QString::fromUtf8(Json::serialize(map)), ok).toMap(), map);
         QVERIFY(ok);

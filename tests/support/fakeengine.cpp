@@ -142,11 +142,10 @@ void FakeEngine::take(QLocalSocket* engine, const QString& word, const QVariant&
         const QVariantMap map = value.toMap();
         m_latest = engine;
         m_input.clear();
-        m_starts.append({map.value(QStringLiteral("arguments")).toStringList(),
-                         map.value(QStringLiteral("workingDirectory")).toString(),
-                         map.value(QStringLiteral("rootDir")).toString(),
-                         map.value(QStringLiteral("binDir")).toString(),
-                         map.value(QStringLiteral("processId")).toLongLong()});
+        m_starts.append(
+            {map.value(QStringLiteral("arguments")).toStringList(),
+             map.value(QStringLiteral("workingDirectory")).toString(), map.value(QStringLiteral("rootDir")).toString(),
+             map.value(QStringLiteral("binDir")).toString(), map.value(QStringLiteral("processId")).toLongLong()});
     } else if (word == QLatin1String(fakeengine::input) && engine == m_latest) {
         m_input += value.toByteArray();
     }

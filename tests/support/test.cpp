@@ -1,5 +1,6 @@
 #include "tests/support/test.h"
 
+#include <QAbstractEventDispatcher>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -22,7 +23,8 @@ const QStringList platformNoise{
     QStringLiteral("This plugin does not support propagateSizeHints\\(\\)"),
     QStringLiteral("This plugin does not support raise\\(\\)"),
     QStringLiteral("This plugin does not support grabbing the keyboard"),
-    QStringLiteral("QObject::connect: No such signal QPlatformNativeInterface::systemTrayWindowChanged\\(QScreen\\*\\)"),
+    QStringLiteral(
+        "QObject::connect: No such signal QPlatformNativeInterface::systemTrayWindowChanged\\(QScreen\\*\\)"),
 };
 
 bool matches(const QString& pattern, const QString& text)
@@ -140,6 +142,15 @@ int deadline()
     constexpr int base = 10000;
     static const double factor = qMax(1.0, qEnvironmentVariable("ORVEL_TEST_TIMEOUT_FACTOR").toDouble());
     return static_cast<int>(base * factor);
+}
+
+int armedSingleShots()
+{
+    int armed = 0;
+    const auto timers = QAbstractEventDispatcher::instance()->findChildren<QObject*>();
+    for (const QObject* timer : timers)
+        armed += qstrcmp(timer->metaObject()->className(), "QSingleShotTimer") == 0 ? 1 : 0;
+    return armed;
 }
 
 void writeFile(const QString& path, const QByteArray& content)

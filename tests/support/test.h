@@ -23,8 +23,12 @@ public:
     static void expectWarning(const QString& pattern);
 
 protected:
-    virtual void setUp() {}
-    virtual void tearDown() {}
+    virtual void setUp()
+    {
+    }
+    virtual void tearDown()
+    {
+    }
 
 private slots:
     void init();
@@ -37,7 +41,14 @@ int deadline();
 
 /// Waits until the expression is true, with the event loop running, and fails the test past the deadline.
 #define EVENTUALLY(expression) QTRY_VERIFY_WITH_TIMEOUT((expression), deadline())
-#define EVENTUALLY_EQUAL(actual, expected) QTRY_COMPARE_WITH_TIMEOUT((actual), (expected), deadline())
+#define EVENTUALLY_EQUAL(actual, expected) \
+    do { \
+        (void)QTest::qWaitFor([&] { return (actual) == (expected); }, deadline()); \
+        QCOMPARE((actual), (expected)); \
+    } while (false)
+
+/// The number of QTimer::singleShot() calls of this thread that have not fired yet.
+int armedSingleShots();
 
 /// Writes a whole file, and its missing directories; fails the program when that is not possible.
 void writeFile(const QString& path, const QByteArray& content);

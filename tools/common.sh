@@ -1,0 +1,40 @@
+# Shared by the project's scripts.
+# shellcheck shell=bash
+
+say() {
+  printf '%s\n' "$*"
+}
+
+fail() {
+  printf '%s\n' "$*" >&2
+  exit 1
+}
+
+# Installs those of the named Debian packages that are missing, and says which.
+install_packages() {
+  local missing=() package
+  for package in "$@"; do
+    [[ $(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null) == installed ]] || missing+=("$package")
+  done
+  ((${#missing[@]})) || return 0
+  say "Installing ${missing[*]}"
+  local as_root=()
+  [[ $(id -u) == 0 ]] || as_root=(sudo)
+  "${as_root[@]}" apt-get update -qq
+  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+    "${missing[@]}" >/dev/null
+}
+
+# Points everything that a program keeps for its user into the given directory.
+in_trial_home() {
+  local home=$1
+  mkdir -p "$home"/{.config,.local/share,.cache,run,tmp}
+  chmod 700 "$home/run"
+  export HOME=$home XDG_CONFIG_HOME=$home/.config XDG_DATA_HOME=$home/.local/share XDG_CACHE_HOME=$home/.cache
+  export XDG_RUNTIME_DIR=$home/run TMPDIR=$home/tmp
+}
+
+# The C++ files that the project consists of.
+cpp_sources() {
+  git ls-files --cached --others --exclude-standard -- '*.cpp' '*.h'
+}
