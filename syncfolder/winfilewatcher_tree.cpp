@@ -2,11 +2,13 @@
 
 #include "base/log.h"
 
+#include <QDir>
 #include <QFile>
 #include <QThread>
 
 #include <dirent.h>
 #include <fcntl.h>
+#include <sched.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -123,6 +125,7 @@ FileDescriptor::~FileDescriptor()
 WatchedTree::WatchedTree(const QString& root, Report report)
     : m_report(std::move(report))
     , m_rootPath(withoutSlash(QFile::encodeName(root).toStdString()))
+    , m_absoluteRoot(withoutSlash(QFile::encodeName(QDir(root).absolutePath()).toStdString()))
 {
 }
 
@@ -134,7 +137,7 @@ WatchedTree::Opened WatchedTree::open()
     clock_gettime(CLOCK_REALTIME_COARSE, &m_since);
     m_since.tv_nsec -= m_since.tv_nsec % 10000000;
 
-    m_root = openPath(m_rootPath + '/');
+    m_root = openPath(m_absoluteRoot + '/');
     if (!m_root.isValid())
         return Opened::NoDirectory;
     m_queue = FileDescriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
@@ -149,11 +152,12 @@ WatchedTree::Opened WatchedTree::open()
 
 void WatchedTree::scan()
 {
+    m_ownCurrentDirectory = unshare(CLONE_FS) == 0;
     readFrom(m_rootWatch, std::move(m_root), Content::Known);
     readLater();
     readUnread();
     m_entries = std::vector<char>(); // seldom needed from now on
-    flush();
+    finish();
 }
 
 int WatchedTree::queue() const
@@ -172,7 +176,7 @@ void WatchedTree::readEvents()
     }
     if (m_overflowed)
         rebuild();
-    flush();
+    finish();
 }
 
 bool WatchedTree::hasDetached() const
@@ -410,7 +414,7 @@ void WatchedTree::readChild(int parent, int parentWatch, const char* name, std::
 /// None when the directory is not where it was: a notification about that is waiting.
 FileDescriptor WatchedTree::openDirectory(int watch)
 {
-    FileDescriptor directory = openPath(pathOf(watch) + '/');
+    FileDescriptor directory = openPath(m_absoluteRoot + pathOf(watch).substr(m_rootPath.size()) + '/');
     if (!directory.isValid())
         return directory;
     const int found = addWatch(directory.get(), nullptr);
@@ -425,6 +429,9 @@ FileDescriptor WatchedTree::openDirectory(int watch)
 /// same again for a directory that is watched already. -1, with errno, when that cannot be.
 int WatchedTree::addWatch(int descriptor, const char* name)
 {
+    // The call takes nothing but a path. Through the current directory is by far the shorter way.
+    if (m_ownCurrentDirectory && name != nullptr && fchdir(descriptor) == 0)
+        return inotify_add_watch(m_queue.get(), name, watchFlags | IN_DONT_FOLLOW);
     std::string path = "/proc/self/fd/" + std::to_string(descriptor);
     if (name == nullptr)
         return inotify_add_watch(m_queue.get(), path.c_str(), watchFlags);
@@ -538,6 +545,14 @@ void WatchedTree::flush()
         return;
     m_report(m_changed);
     m_changed.clear();
+}
+
+void WatchedTree::finish()
+{
+    flush();
+    // A disk with somebody's current directory on it cannot be removed.
+    if (m_ownCurrentDirectory && chdir("/") != 0)
+        m_ownCurrentDirectory = false;
 }
 
 bool WatchedTree::hasChanged(const struct statx& entry) const

@@ -38,7 +38,8 @@ private:
 /// The Linux watch over one root: a queue of notifications of its own, and one watch per directory.
 ///
 /// open() belongs to the thread that makes the object, everything after it to the thread that watches; that
-/// one is a QThread, whose requested interruption ends a walk through the tree early. Directories are
+/// one is a QThread, whose requested interruption ends a walk through the tree early, and whose current
+/// directory becomes its own and is changed. Directories are
 /// recognised by their watch, not by their path, so renames by others while the tree is being read or
 /// notifications are waiting do no harm.
 class WatchedTree final
@@ -113,10 +114,13 @@ private:
     QString relativePath(const std::string& path, const char* name) const;
     void changed(const std::string& path);
     void flush();
+    void finish();
     bool hasChanged(const struct statx& entry) const;
 
     const Report m_report;
-    const std::string m_rootPath; ///< without a slash at its end
+    const std::string m_rootPath; ///< as it is reported, without a slash at its end
+    const std::string m_absoluteRoot;
+    bool m_ownCurrentDirectory = false; ///< the watching thread has one that is not the program's
     FileDescriptor m_queue;
     FileDescriptor m_root; ///< from open() to scan() only, so that the disk can be removed
     int m_rootWatch = 0;
