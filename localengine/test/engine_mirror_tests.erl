@@ -350,3 +350,56 @@ temporaryFilesOfAnEarlierRunAreRemoved_test() ->
                 both_hold(#{<<"big">> => binary:copy(<<"x">>, 100000)}, L, C),
                 ?assertEqual({ok, [<<"root.id">>]}, engine_file:list(in(C, ".orvel.cache")))
         end).
+
+%% Whatever two people do at the same time, both sides end up the same, and
+%% nothing that was written since they last agreed is lost.
+anyMixtureOfChangesConverges_test_() ->
+    [{"seed " ++ integer_to_list(Seed),
+      {timeout, 60, fun() -> lab(fun(L, C, M) -> rounds(L, C, M, rand:seed_s(exsss, Seed)) end) end}}
+     || Seed <- lists:seq(1, 12)].
+
+rounds(L, C, M, Rand) ->
+    lists:foldl(
+      fun(_, {Mirror, R0}) ->
+              Agreed = maps:values(tree(L)),
+              {Count, R1} = rand:uniform_s(6, R0),
+              R = lists:foldl(fun(_, Rn) -> random_change(L, C, Rn) end, R1, lists:seq(1, Count)),
+              New = (maps:values(tree(L)) ++ maps:values(tree(C))) -- Agreed,
+              {{done, #{retry := false}}, Next} = settle(Mirror),
+              After = tree(L),
+              ?assertEqual(After, tree(C)),
+              ?assertEqual([], [Content || Content <- New, Content =/= dir, not
+                                lists:member(Content, Agreed), not
+                                lists:member(Content, maps:values(After))]),
+              {Next, R}
+      end, {M, Rand}, lists:seq(1, 25)).
+
+random_change(L, C, R0) ->
+    {Root, R1} = pick([L, C], R0),
+    {From, R2} = random_path(R1),
+    {To, R3} = random_path(R2),
+    {What, R4} = pick([write, write, write, mkdir, delete, rename, rename], R3),
+    {Number, R5} = rand:uniform_s(1000000, R4),
+    {Pad, R6} = rand:uniform_s(3, R5),
+    Path = in(Root, From),
+    _ = case What of
+            %% Contents are never used twice; sizes often are.
+            write ->
+                filelib:ensure_dir(Path),
+                file:write_file(Path, [io_lib:format("~7..0b", [Number]), lists:duplicate(Pad, $x)]);
+            mkdir -> filelib:ensure_path(Path);
+            delete -> file:del_dir_r(Path);
+            rename -> file:rename(Path, in(Root, To))
+        end,
+    R6.
+
+random_path(R0) ->
+    {Depth, R1} = rand:uniform_s(3, R0),
+    lists:foldl(fun(_, {Path, R}) ->
+                        {Name, Next} = pick([<<"a">>, <<"b">>, <<"c">>], R),
+                        {engine_path:child(Path, Name), Next}
+                end, {<<>>, R1}, lists:seq(1, Depth)).
+
+pick(List, R0) ->
+    {N, R1} = rand:uniform_s(length(List), R0),
+    {lists:nth(N, List), R1}.
