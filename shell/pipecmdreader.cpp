@@ -11,22 +11,23 @@ namespace
 
 constexpr int dataTimeout = 1000; // ms
 
-/// On Unix the socket of a client that was killed stays behind and keeps the name; nobody answers it.
-bool answers(const QString& name)
+/// Whether somebody living listens there. A name that nobody answers may still be taken on Unix, by the
+/// socket that a killed client left behind.
+bool isServed(const QString& name)
 {
     QLocalSocket socket;
     socket.connectToServer(name);
-    return socket.waitForConnected(dataTimeout);
+    return socket.waitForConnected(dataTimeout)
+        || (socket.error() != QLocalSocket::ServerNotFoundError
+            && socket.error() != QLocalSocket::ConnectionRefusedError);
 }
 
 bool listen(QLocalServer& server, const QString& name)
 {
-    server.setSocketOptions(QLocalServer::UserAccessOption);
-    if (server.listen(name))
-        return true;
-    if (server.serverError() != QAbstractSocket::AddressInUseError || answers(name))
+    if (isServed(name)) // asked first: a restricted server would take the name from the other one
         return false;
     QLocalServer::removeServer(name);
+    server.setSocketOptions(QLocalServer::UserAccessOption);
     return server.listen(name);
 }
 

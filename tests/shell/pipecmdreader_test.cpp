@@ -1,0 +1,161 @@
+#include "shell/pipecmdreader.h"
+
+#include "tests/support/metamethods.h"
+#include "tests/support/test.h"
+
+#include <QLocalServer>
+#include <QLocalSocket>
+#include <QSignalSpy>
+
+#include <memory>
+
+namespace
+{
+
+const QString pipeName = QStringLiteral("kestaextcommands");
+
+QByteArray utf16(const QString& text)
+{
+    return QByteArray(reinterpret_cast<const char*>(text.utf16()), text.size() * 2);
+}
+
+} // namespace
+
+class PipeCmdReaderTest final : public Test
+{
+    Q_OBJECT
+
+    std::unique_ptr<PipeCmdReader> m_reader;
+
+protected:
+    void setUp() override
+    {
+        m_reader = std::make_unique<PipeCmdReader>();
+    }
+    void tearDown() override
+    {
+        m_reader.reset();
+    }
+
+private:
+    static std::unique_ptr<QLocalSocket> send(const QByteArray& bytes)
+    {
+        auto socket = std::make_unique<QLocalSocket>();
+        socket->connectToServer(pipeName);
+        if (!socket->waitForConnected(deadline()))
+            return nullptr;
+        socket->write(bytes);
+        socket->flush();
+        return socket;
+    }
+
+private slots:
+    void signalAndSlotStandInTheirDeclaredOrder()
+    {
+        QCOMPARE(signalsOf(PipeCmdReader::staticMetaObject), QStringList{QStringLiteral("Command(QString,QString)")});
+        QCOMPARE(slotsOf(PipeCmdReader::staticMetaObject), QStringList{QStringLiteral("newConnection()")});
+    }
+
+    void messageIsSplitIntoACommandAndAPath()
+    {
+        QSignalSpy commands(m_reader.get(), SIGNAL(Command(QString, QString)));
+        const QString path = QString::fromUtf8("C:\\Ana\\\xc5\xa0tevilke 1.txt");
+        const auto socket = send(utf16(QStringLiteral("shareitem|") + path));
+        QVERIFY(socket);
+        EVENTUALLY_EQUAL(commands.count(), 1);
+        QCOMPARE(commands.value(0), (QVariantList{QStringLiteral("shareitem"), path}));
+        QVERIFY(log().contains(QStringLiteral("Localserver new connection")));
+        QVERIFY(log().contains(QStringLiteral("Received command  shareitem|") + path));
+        EVENTUALLY(socket->state() == QLocalSocket::UnconnectedState);
+    }
+
+    void messageWithOtherThanTwoPartsIsInvalid_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::newRow("word alone") << "revs";
+        QTest::newRow("three parts") << "revs|a|b";
+        QTest::newRow("path with a bar") << "revs|/a|b";
+    }
+    void messageWithOtherThanTwoPartsIsInvalid()
+    {
+        QFETCH(QString, text);
+        const QSignalSpy commands(m_reader.get(), SIGNAL(Command(QString, QString)));
+        const auto socket = send(utf16(text));
+        EVENTUALLY(log().contains(QStringLiteral("Invalid command received  ") + text));
+        QCOMPARE(commands.count(), 0);
+    }
+
+    void loneBarIsValidWithBothPartsEmpty()
+    {
+        QSignalSpy commands(m_reader.get(), SIGNAL(Command(QString, QString)));
+        const auto socket = send(utf16(QStringLiteral("|")));
+        EVENTUALLY_EQUAL(commands.count(), 1);
+        QCOMPARE(commands.value(0), (QVariantList{QString(), QString()}));
+    }
+
+    void oddNumberOfBytesStillEnds()
+    {
+        QSignalSpy commands(m_reader.get(), SIGNAL(Command(QString, QString)));
+        const auto socket = send(utf16(QStringLiteral("revs|/ab")).chopped(1));
+        EVENTUALLY_EQUAL(commands.count(), 1);
+        QVERIFY(log().contains(QStringLiteral("Received  20  bytes")));
+    }
+
+    void textEndsAtTheFirstZeroUnit()
+    {
+        QSignalSpy commands(m_reader.get(), SIGNAL(Command(QString, QString)));
+        const auto socket = send(utf16(QStringLiteral("revs|/a") + QChar(0) + QStringLiteral("|more")));
+        EVENTUALLY_EQUAL(commands.count(), 1);
+        QCOMPARE(commands.value(0).value(1).toString(), QStringLiteral("/a"));
+    }
+
+    void twoClientsAtOnceAreBothHeard()
+    {
+        const QSignalSpy commands(m_reader.get(), SIGNAL(Command(QString, QString)));
+        const auto first = send(utf16(QStringLiteral("website|1")));
+        const auto second = send(utf16(QStringLiteral("website|2")));
+        EVENTUALLY_EQUAL(commands.count(), 2);
+    }
+
+    void clientThatSaysNothingIsDropped()
+    {
+        const QSignalSpy commands(m_reader.get(), SIGNAL(Command(QString, QString)));
+        const auto silent = send(QByteArray());
+        const auto next = send(utf16(QStringLiteral("website|")));
+        EVENTUALLY_EQUAL(commands.count(), 1);
+        EVENTUALLY(silent->state() == QLocalSocket::UnconnectedState);
+    }
+
+    void pipeInUseLeavesTheReaderWithoutAServer()
+    {
+        PipeCmdReader second;
+        QVERIFY(log().contains(QStringLiteral("Unable to listen on pipe")));
+        const QSignalSpy commands(m_reader.get(), SIGNAL(Command(QString, QString)));
+        const auto socket = send(utf16(QStringLiteral("website|")));
+        EVENTUALLY_EQUAL(commands.count(), 1);
+    }
+
+#ifndef Q_OS_WIN
+    void socketOfADeadClientDoesNotBlockTheName()
+    {
+        m_reader.reset();
+        // What a killed client leaves behind: a name in the file system that nobody answers.
+        const QString path = QDir::tempPath() + u'/' + pipeName;
+        {
+            QLocalServer dead;
+            QVERIFY(dead.listen(path + QStringLiteral("-dead")));
+            QVERIFY(QFile::rename(path + QStringLiteral("-dead"), path));
+        }
+        QVERIFY(QFileInfo::exists(path));
+        clearLog();
+        m_reader = std::make_unique<PipeCmdReader>();
+        QVERIFY(!log().contains(QStringLiteral("Unable to listen on pipe")));
+        const QSignalSpy commands(m_reader.get(), SIGNAL(Command(QString, QString)));
+        const auto socket = send(utf16(QStringLiteral("website|")));
+        EVENTUALLY_EQUAL(commands.count(), 1);
+    }
+#endif
+};
+
+QTEST_GUILESS_MAIN(PipeCmdReaderTest)
+#include "pipecmdreader_test.moc"

@@ -1,0 +1,510 @@
+#include "ui/dialogcld.h"
+
+#include "engine/servercomm.h"
+#include "syncfolder/syncfolder.h"
+#include "tests/support/fakeengine.h"
+#include "tests/support/metamethods.h"
+#include "tests/support/test.h"
+#include "ui/guide.h"
+#include "ui/pickracun.h"
+
+#include <QAction>
+#include <QApplication>
+#include <QCheckBox>
+#include <QDesktopServices>
+#include <QFrame>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QPushButton>
+#include <QRadioButton>
+#include <QSettings>
+#include <QSignalSpy>
+#include <QStandardPaths>
+
+#include <memory>
+
+class DialogCldTest final : public Test
+{
+    Q_OBJECT
+
+    std::unique_ptr<FakeEngine> m_engine;
+    std::unique_ptr<DialogCld> m_dialog;
+    QStringList m_opened;
+
+protected:
+    void setUp() override
+    {
+        m_engine = std::make_unique<FakeEngine>();
+        QDir::setCurrent(m_engine->installDir());
+        forgetNames();
+        QDesktopServices::setUrlHandler(QStringLiteral("https"), this, "recordUrl");
+        QDesktopServices::setUrlHandler(QStringLiteral("http"), this, "recordUrl");
+        QDesktopServices::setUrlHandler(QStringLiteral("file"), this, "recordUrl");
+        m_opened.clear();
+    }
+
+    void tearDown() override
+    {
+        m_dialog.reset();
+        m_engine.reset();
+        clientSettings().clear();
+        forgetNames();
+        for (const char* scheme : {"https", "http", "file"})
+            QDesktopServices::unsetUrlHandler(QLatin1String(scheme));
+    }
+
+private:
+    static void forgetNames()
+    {
+        QCoreApplication::setApplicationName(QString());
+        QCoreApplication::setOrganizationName(QString());
+    }
+
+    static QSettings& clientSettings()
+    {
+        static QSettings settings(QStringLiteral("Velmora d.d."), QStringLiteral("Orvel Storage"));
+        return settings;
+    }
+
+    DialogCld& create()
+    {
+        m_dialog.reset();
+        forgetNames();
+        m_dialog = std::make_unique<DialogCld>();
+        return *m_dialog;
+    }
+
+    void say(const QByteArray& line)
+    {
+        EVENTUALLY(m_engine->isConnected());
+        m_engine->say(line);
+    }
+
+    void sayState(const QByteArray& state, quint64 uid)
+    {
+        QSignalSpy changed(&m_dialog->server(), SIGNAL(netStateChanged()));
+        say("{\"what\":\"networkstate\",\"state\":\"" + state + "\",\"uid\":" + QByteArray::number(uid) + "}");
+        EVENTUALLY_EQUAL(changed.count(), 1);
+    }
+
+    QAction* action(int position) const
+    {
+        return m_dialog->tray().contextMenu()->actions().value(position);
+    }
+
+    bool showsIcon(const QString& resource) const
+    {
+        const QSize size(36, 36);
+        return m_dialog->tray().icon().pixmap(size).toImage() == QIcon(resource).pixmap(size).toImage();
+    }
+
+    bool engineReads(const QByteArray& bytes)
+    {
+        return QTest::qWaitFor([&] { return m_engine->input().contains(bytes); }, deadline());
+    }
+
+public slots:
+    void recordUrl(const QUrl& url)
+    {
+        m_opened << url.toString();
+    }
+
+private slots:
+    void slotsStandInTheirDeclaredOrder()
+    {
+        QCOMPARE(signalsOf(DialogCld::staticMetaObject), QStringList());
+        QCOMPARE(slotsOf(DialogCld::staticMetaObject),
+                 (QStringList{QStringLiteral("rootsChanged(QList<QDir>&)"),
+                              QStringLiteral("toggleStartUp(bool)"),
+                              QStringLiteral("menuClose()"),
+                              QStringLiteral("manualUpdate()"),
+                              QStringLiteral("menuShow()"),
+                              QStringLiteral("disableSync()"),
+                              QStringLiteral("trayActivated(QSystemTrayIcon::ActivationReason)"),
+                              QStringLiteral("checkUpdate()"),
+                              QStringLiteral("shellCommand(QString,QString)"),
+                              QStringLiteral("shareFolder(QString,QString,int)"),
+                              QStringLiteral("shareClosed(ShareFolder*)"),
+                              QStringLiteral("srvStateChange()"),
+                              QStringLiteral("srvDied()"),
+                              QStringLiteral("aboutToDie()"),
+                              QStringLiteral("doLogin()"),
+                              QStringLiteral("changeRoot()"),
+                              QStringLiteral("openHomepage()"),
+                              QStringLiteral("openHomefolder()"),
+                              QStringLiteral("openGuide()"),
+                              QStringLiteral("openHelp()"),
+                              QStringLiteral("openBuy()"),
+                              QStringLiteral("guideClosed(int)"),
+                              QStringLiteral("spaceUsedChanged()"),
+                              QStringLiteral("pathQueryResult(QString,QList<quint64>)"),
+                              QStringLiteral("toggleAutoUpdate(bool)"),
+                              QStringLiteral("pickedRacun(QString)"),
+                              QStringLiteral("pickRacun(QStringList)")}));
+    }
+
+    // The start
+
+    void dataDirectoryIsNamedAfterTheExecutableAndTheIdentityIsSetAfterwards()
+    {
+        const QString executable = QCoreApplication::applicationName();
+        create();
+        QCOMPARE(QFileInfo(m_dialog->server().stateDir()).fileName(), executable);
+        QCOMPARE(QCoreApplication::applicationName(), QStringLiteral("Orvel Storage"));
+        QCOMPARE(QCoreApplication::applicationVersion(), QStringLiteral("0.9.3"));
+        QCOMPARE(QCoreApplication::organizationName(), QStringLiteral("Velmora d.d."));
+        QVERIFY(!QCoreApplication::organizationDomain().isEmpty());
+        QCOMPARE(m_dialog->windowTitle(), QStringLiteral("Orvel Storage"));
+    }
+
+    void constructionLogsItsStepsInOrder()
+    {
+        create();
+        const QStringList lines = log();
+        const int organization = lines.indexOf(QStringLiteral("maindlg: Organization is  Velmora d.d."));
+        const int server = lines.indexOf(QStringLiteral("servercomm: ServerComm created "));
+        const int state = lines.indexOf(QStringLiteral("maindlg: STATE PATH ") + m_dialog->server().stateDir());
+        const int activated = lines.indexOf(QStringLiteral("syncfolder: AppActivated 0x0"));
+        const int validated = lines.indexOf(QStringLiteral("maindlg: VALIDATED PATH  "));
+        QVERIFY(organization >= 0);
+        QVERIFY(organization < server);
+        QVERIFY(server < state);
+        QVERIFY(state < activated);
+        QVERIFY(activated < validated);
+    }
+
+    void firstStartOpensTheGuideSettlesUpdatesAndRunsAtStartupFromNowOn()
+    {
+        create();
+        QCOMPARE(m_dialog->findChildren<Guide*>().size(), 1);
+        clientSettings().sync();
+        QCOMPARE(clientSettings().value(QStringLiteral("QtSparkle/check_automatically")).toBool(), true);
+        QCOMPARE(clientSettings().value(QStringLiteral("QtSparkle/first_boot"), true).toBool(), false);
+        QCOMPARE(clientSettings().value(QStringLiteral("QtSparkle/asked_permission")).toBool(), true);
+        QVERIFY(m_dialog->panel().autoUpdate->isChecked());
+        QCOMPARE(clientSettings().value(QStringLiteral("runnum")).toInt(), 1);
+        QCOMPARE(clientSettings().value(QStringLiteral("runstartup")).toInt(), 1);
+        QVERIFY(log().contains(QStringLiteral("maindlg: Toggle startup  true")));
+#ifndef Q_OS_WIN
+        const QByteArray entry =
+            readFile(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
+                     + QStringLiteral("/autostart/Orvel Storage.desktop"));
+        QVERIFY(entry.contains(QCoreApplication::applicationFilePath().toUtf8()));
+#endif
+    }
+
+    void secondStartOpensNoGuideAndKeepsTheUsersChoices()
+    {
+        create();
+        m_dialog->panel().startup->setChecked(false);
+        m_dialog->panel().autoUpdate->setChecked(false);
+        create();
+        QVERIFY(m_dialog->findChildren<Guide*>().isEmpty());
+        QCOMPARE(clientSettings().value(QStringLiteral("runnum")).toInt(), 2);
+        QVERIFY(!m_dialog->panel().startup->isChecked());
+        QVERIFY(!m_dialog->panel().autoUpdate->isChecked());
+#ifndef Q_OS_WIN
+        QVERIFY(!QFileInfo::exists(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
+                                   + QStringLiteral("/autostart/Orvel Storage.desktop")));
+#endif
+    }
+
+    void thirdStartWithAnActiveAccountHidesItself()
+    {
+        clientSettings().setValue(QStringLiteral("runnum"), 2);
+        clientSettings().setValue(QStringLiteral("lastuidact"), 1001);
+        clientSettings().sync();
+        create().show();
+        EVENTUALLY(!m_dialog->isVisible());
+    }
+
+    void startStaysShownOnTheFirstTwoRunsAndWithoutAnActiveAccount_data()
+    {
+        QTest::addColumn<int>("runNumber");
+        QTest::addColumn<int>("activeAccount");
+        QTest::newRow("third, signed out") << 2 << 0;
+        QTest::newRow("second, signed in") << 1 << 1001;
+    }
+    void startStaysShownOnTheFirstTwoRunsAndWithoutAnActiveAccount()
+    {
+        QFETCH(int, runNumber);
+        QFETCH(int, activeAccount);
+        clientSettings().setValue(QStringLiteral("runnum"), runNumber);
+        clientSettings().setValue(QStringLiteral("lastuidact"), activeAccount);
+        clientSettings().sync();
+        const int armed = armedSingleShots();
+        create().show();
+        // The engine link's own timer is the only one: none is there to hide the window.
+        QCOMPARE(armedSingleShots(), armed + 1);
+        QVERIFY(m_dialog->isVisible());
+    }
+
+    void statusIconsAreCopiedForTheShellAtEveryStart()
+    {
+        create();
+        const QString copy = m_dialog->server().stateDir() + QStringLiteral("/quota.ico");
+        writeFile(copy, "old");
+        create();
+        for (const char* name : {"synced.ico", "quota.ico", "syncing.ico", "offline.ico"}) {
+            const QByteArray resource = readFile(QStringLiteral(":/") + QLatin1String(name));
+            QVERIFY(!resource.isEmpty());
+            QCOMPARE(readFile(m_dialog->server().stateDir() + u'/' + QLatin1String(name)), resource);
+        }
+    }
+
+    void pathsAreStoredForOtherPrograms()
+    {
+        create();
+        QCOMPARE(clientSettings().value(QStringLiteral("apppath")).toString(),
+                 QCoreApplication::arguments().value(0));
+        QCOMPARE(clientSettings().value(QStringLiteral("localapppath")).toString(), m_dialog->server().stateDir());
+        clientSettings().setValue(QStringLiteral("localapppath"), QStringLiteral("/kept"));
+        clientSettings().sync();
+        create();
+        QCOMPARE(clientSettings().value(QStringLiteral("localapppath")).toString(), QStringLiteral("/kept"));
+    }
+
+    void styleSheetCoversEveryDialog()
+    {
+        create();
+        QCOMPARE(qApp->styleSheet(),
+                 QStringLiteral("QDialog {background-image: url(:/watermark.png);"
+                                "background-position:left top;background-repeat:none;background-color:white}"));
+    }
+
+    void panelStartsAsASignInForm()
+    {
+        clientSettings().setValue(QStringLiteral("username"), QStringLiteral("ana@orvel.example"));
+        clientSettings().sync();
+        create().show();
+        const SettingsPanel& panel = m_dialog->panel();
+        QCOMPARE(panel.heading->text(), QStringLiteral("<b>Orvel Storage account</b>"));
+        QCOMPARE(panel.username->objectName(), QStringLiteral("username"));
+        QCOMPARE(panel.username->text(), QStringLiteral("ana@orvel.example"));
+        QCOMPARE(panel.password->objectName(), QStringLiteral("password"));
+        QCOMPARE(panel.password->echoMode(), QLineEdit::Password);
+        QCOMPARE(panel.folderCaption->text(), QStringLiteral("Orvel Storage folder will be created at:"));
+        QCOMPARE(panel.status->text(), QStringLiteral("Disconnected from the cloud."));
+        QCOMPARE(panel.login->text(), QStringLiteral("Login"));
+        QVERIFY(panel.autoUpdate->isHidden());
+        QVERIFY(panel.firstSeparator->isHidden());
+        QVERIFY(panel.secondSeparator->isVisible());
+        QCOMPARE(panel.usernameCaption->buddy(), static_cast<QWidget*>(panel.username));
+    }
+
+    void menuHoldsTenActionsInOrder()
+    {
+        create();
+        QStringList texts;
+        for (const QAction* entry : m_dialog->tray().contextMenu()->actions())
+            texts << (entry->isSeparator() ? QStringLiteral("-") : entry->text());
+        QCOMPARE(texts, (QStringList{QStringLiteral("Open Orvel Storage folder"),
+                                     QStringLiteral("Open Orvel Storage web site"), QStringLiteral("Stop sync"),
+                                     QStringLiteral("-"), QString(), QString(), QStringLiteral("-"),
+                                     QStringLiteral("Settings"), QStringLiteral("Guide"), QStringLiteral("Help"),
+                                     QStringLiteral("Check for updates"), QStringLiteral("Exit")}));
+    }
+
+    // The state
+
+    void trayShowsTheStartIconAndNameUntilTheFirstState()
+    {
+        create();
+        QVERIFY(showsIcon(QStringLiteral(":/omri36.png")));
+        QCOMPARE(m_dialog->tray().toolTip(), QStringLiteral("Orvel Storage 0.9.3"));
+        QVERIFY(m_dialog->tray().isVisible());
+    }
+
+    void signedInShowsSettingsAndASyncedTray()
+    {
+        create().show();
+        sayState("ok", 1001);
+        const SettingsPanel& panel = m_dialog->panel();
+        QVERIFY(showsIcon(QStringLiteral(":/online36.png")));
+        QCOMPARE(m_dialog->tray().toolTip(), QStringLiteral("Orvel Storage 0.9.3\nSync done"));
+        QCOMPARE(panel.heading->text(), QStringLiteral("<b>Settings</b>"));
+        QVERIFY(panel.username->isHidden() && panel.usernameCaption->isHidden());
+        QVERIFY(panel.password->isHidden() && panel.passwordCaption->isHidden());
+        QVERIFY(!panel.username->isEnabled() && !panel.password->isEnabled());
+        QVERIFY(panel.autoUpdate->isVisible() && panel.firstSeparator->isVisible());
+        QVERIFY(panel.folderPath->isVisible() && panel.pickFolder->isVisible());
+        QCOMPARE(panel.login->text(), QStringLiteral("Confirm"));
+        QVERIFY(log().contains(QStringLiteral("maindlg: network state  ok")));
+    }
+
+    void transferShowsInTheTrayAndLeavesThePanel()
+    {
+        create();
+        say("{\"what\":\"networkstate\",\"state\":\"transferring\",\"uid\":1,\"uploads\":2,\"bps\":0}");
+        EVENTUALLY(showsIcon(QStringLiteral(":/sync36.png")));
+        QCOMPARE(m_dialog->tray().toolTip(),
+                 QStringLiteral("Orvel Storage 0.9.3\n2 files are uploading to the cloud\n"));
+        QCOMPARE(m_dialog->panel().login->text(), QStringLiteral("Login"));
+    }
+
+    void offlineShowsItsIconAndTheSlovenianLine()
+    {
+        create();
+        sayState("offline", 0);
+        QVERIFY(showsIcon(QStringLiteral(":/offline36.png")));
+        QCOMPARE(m_dialog->tray().toolTip(),
+                 QStringLiteral("Orvel Storage 0.9.3\nInternetna povezava je prekinjena"));
+        QVERIFY(!m_dialog->panel().login->isEnabled());
+        QVERIFY(!m_dialog->panel().username->isEnabled());
+    }
+
+    void freeSpaceIsShownWithTwoDigits_data()
+    {
+        QTest::addColumn<quint64>("freeGibibytes10");
+        QTest::addColumn<QString>("text");
+        QTest::newRow("1.5") << 15ULL << "1.5";
+        QTest::newRow("12") << 120ULL << "12";
+        QTest::newRow("120 shows an exponent") << 1200ULL << "1.2e+02";
+    }
+    void freeSpaceIsShownWithTwoDigits()
+    {
+        QFETCH(quint64, freeGibibytes10);
+        QFETCH(QString, text);
+        QLocale::setDefault(QLocale::c());
+        create();
+        const quint64 quota = 200ULL << 30;
+        const quint64 space = quota - (freeGibibytes10 << 30) / 10;
+        say("{\"what\":\"spaceused\",\"space\":" + QByteArray::number(space) + ",\"quota\":" + QByteArray::number(quota)
+            + ",\"package\":\"Family\"}");
+        EVENTUALLY_EQUAL(action(5)->text(), text + QStringLiteral(" GB free out of 200 GB"));
+        QCOMPARE(action(4)->text(), QStringLiteral("Family - Change package"));
+        QVERIFY(!action(5)->isEnabled());
+        QVERIFY(log().contains(QStringLiteral("maindlg: space used changed free = %1 %2").arg(quota - space).arg(quota)));
+    }
+
+    void rootsReportShowsTheFolder()
+    {
+        create();
+        QList<QDir> roots{QDir(QStringLiteral("/one")), QDir(QStringLiteral("/two"))};
+        m_dialog->rootsChanged(roots);
+        QCOMPARE(m_dialog->panel().folderPath->text(), QStringLiteral("/two"));
+        QCOMPARE(m_dialog->panel().folderCaption->text(), QStringLiteral("Orvel Storage is at:"));
+    }
+
+    void diedEngineIsReplacedThroughARebuiltRegistry()
+    {
+        create();
+        EVENTUALLY(m_engine->isConnected());
+        m_engine->crash();
+        EVENTUALLY_EQUAL(m_engine->starts().size(), 2);
+        QVERIFY(log().contains(QStringLiteral("maindlg: srvdied")));
+        sayState("ok", 7); // the new registry listens
+        QCOMPARE(m_dialog->syncFolder().uid(), 7ULL);
+    }
+
+    void engineSwitchedOffAndOnAtOnceComesBack()
+    {
+        create();
+        EVENTUALLY(m_engine->isConnected());
+        auto& server = const_cast<ServerComm&>(m_dialog->server());
+        server.toggleServer(false);
+        server.toggleServer(true);
+        EVENTUALLY_EQUAL(m_engine->starts().size(), 2);
+        EVENTUALLY(m_engine->input().endsWith("}\n"));
+        QVERIFY(log().contains(QStringLiteral("maindlg: srvdied")));
+    }
+
+    // Signing in
+
+    void loginSendsWhatWasTypedAndRemembersTheName()
+    {
+        create().show();
+        sayState("logout", 0);
+        QTest::keyClicks(m_dialog->panel().username, QStringLiteral("ana@orvel.example"));
+        QTest::keyClicks(m_dialog->panel().password, QStringLiteral("word"));
+        QTest::mouseClick(m_dialog->panel().login, Qt::LeftButton);
+        QVERIFY(engineReads("{ \"cid\" : \"\", \"cmd\" : \"login\", \"password\" : \"word\", "
+                            "\"username\" : \"ana@orvel.example\" }"));
+        QCOMPARE(clientSettings().value(QStringLiteral("username")).toString(), QStringLiteral("ana@orvel.example"));
+        QVERIFY(log().contains(QStringLiteral("maindlg: dologin  logout ana@orvel.example")));
+        sayState("logout", 0);
+        QCOMPARE(m_dialog->panel().status->text(), QStringLiteral("Login unsuccessful."));
+    }
+
+    void confirmOnlyHidesTheWindow()
+    {
+        create().show();
+        sayState("ok", 1);
+        QTest::mouseClick(m_dialog->panel().login, Qt::LeftButton);
+        QVERIFY(!m_dialog->isVisible());
+        say("{\"what\":\"rootschanged\"}");
+        EVENTUALLY(log().contains(QStringLiteral("servercomm: Received from erlang  rootschanged")));
+        QVERIFY(!m_engine->input().contains("logout"));
+    }
+
+    void severalAccountsAreOfferedAndTheChosenOneIsSent()
+    {
+        create();
+        m_dialog->panel().username->setText(QStringLiteral("team@orvel.example"));
+        m_dialog->panel().password->setText(QStringLiteral("team"));
+        say("{\"what\":\"loginids\",\"ids\":[\"2001\",\"2002\"]}");
+        EVENTUALLY(picker() != nullptr);
+        auto* login = picker()->findChild<QPushButton*>();
+        QTest::mouseClick(login, Qt::LeftButton); // nothing is chosen yet
+        QVERIFY(picker()->isVisible());
+        QVERIFY(log().filter(QStringLiteral("Picked racun")).isEmpty());
+
+        picker()->findChildren<QRadioButton*>().value(1)->setChecked(true);
+        QTest::mouseClick(login, Qt::LeftButton);
+        QVERIFY(engineReads("\"cid\" : \"2002\""));
+        QVERIFY(log().contains(QStringLiteral("maindlg: Picked racun 2002")));
+        EVENTUALLY(picker() == nullptr);
+    }
+
+    void secondListOfAccountsReplacesThePicker()
+    {
+        create();
+        m_dialog->pickRacun({QStringLiteral("1")});
+        m_dialog->pickRacun({QStringLiteral("2"), QStringLiteral("3")});
+        EVENTUALLY(picker() != nullptr);
+        QCOMPARE(picker()->findChildren<QRadioButton*>().size(), 2);
+    }
+
+    // The end
+
+    void closingTheWindowOnlyHidesIt()
+    {
+        create().show();
+        QVERIFY(!QApplication::quitOnLastWindowClosed());
+        m_dialog->close();
+        QVERIFY(!m_dialog->isVisible());
+        sayState("ok", 3); // the program lives on
+        m_dialog->menuShow();
+        QVERIFY(m_dialog->isVisible());
+    }
+
+    void exitEndsTheEventLoopWithCodeOneAndTheEngineWithIt()
+    {
+        create();
+        EVENTUALLY(m_engine->isConnected());
+        QTimer::singleShot(0, action(11), SLOT(trigger()));
+        QCOMPARE(QCoreApplication::exec(), 1);
+        QVERIFY(!m_dialog->server().running());
+        QVERIFY(log().contains(QStringLiteral("servercomm: Terminating erlang")));
+    }
+
+private:
+    /// The one visible picker; null when there is none.
+    static PickRacun* picker()
+    {
+        PickRacun* found = nullptr;
+        for (QWidget* widget : QApplication::topLevelWidgets()) {
+            auto* candidate = qobject_cast<PickRacun*>(widget);
+            if (candidate != nullptr && candidate->isVisible()) {
+                if (found != nullptr)
+                    qFatal("two account pickers at once");
+                found = candidate;
+            }
+        }
+        return found;
+    }
+};
+
+QTEST_MAIN(DialogCldTest)
+#include "dialogcld_test.moc"
