@@ -1,0 +1,74 @@
+#pragma once
+
+#include "syncfolder/winfilewatcher.h"
+#include "tests/support/test.h"
+
+#include <QCoreApplication>
+
+#include <memory>
+
+/// A watcher with a receiver that keeps what is reported.
+class Watch final
+{
+    Q_DISABLE_COPY_MOVE(Watch)
+
+public:
+    explicit Watch(const QStringList& roots)
+        : m_watcher(std::make_unique<WinFileWatcher>(roots, nullptr))
+    {
+    }
+    ~Watch()
+    {
+        stop();
+    }
+
+    WinFileWatcher& watcher()
+    {
+        return *m_watcher;
+    }
+    void connect()
+    {
+        QObject::connect(m_watcher.get(), &WinFileWatcher::pathsChanged, &m_receiver, [this](QStringList* paths) {
+            m_reported << *paths;
+            delete paths;
+        });
+    }
+    /// Ends the watcher, and takes what it has sent.
+    void stop()
+    {
+        m_watcher.reset();
+        QCoreApplication::sendPostedEvents(&m_receiver);
+    }
+
+    bool hasReported(const QString& directory) const
+    {
+        return m_reported.contains(directory);
+    }
+    const QStringList& reported() const
+    {
+        return m_reported;
+    }
+    void forget()
+    {
+        m_reported.clear();
+    }
+
+    /// Waits until changes are noticed, and all that were made before have been reported. @p directory is
+    /// one in the tree that nothing else is done in.
+    bool catchUp(const QString& directory)
+    {
+        static int number = 0;
+        m_reported.removeAll(directory);
+        return QTest::qWaitFor(
+            [&] {
+                writeFile(directory + QStringLiteral("/marker") + QString::number(++number), {});
+                return hasReported(directory);
+            },
+            deadline());
+    }
+
+private:
+    QStringList m_reported;
+    QObject m_receiver;
+    std::unique_ptr<WinFileWatcher> m_watcher;
+};

@@ -1,0 +1,366 @@
+#include "syncfolder/winfilewatcher.h"
+
+#include "tests/syncfolder/watch.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QMetaMethod>
+#include <QTemporaryDir>
+
+namespace
+{
+
+QString text(const char* utf8)
+{
+    return QString::fromUtf8(utf8);
+}
+
+QString entryLine(const QString& name, int action)
+{
+    return text("Filename changed  %1  action  %2").arg(QDir::toNativeSeparators(name)).arg(action);
+}
+
+} // namespace
+
+class WinFileWatcherTest final : public Test
+{
+    Q_OBJECT
+
+    std::unique_ptr<QTemporaryDir> m_directory;
+    QString m_root;    ///< the watched one
+    QString m_outside; ///< a directory beside it
+    QString m_markers; ///< in the root, for Watch::catchUp()
+
+protected:
+    void setUp() override;
+    void tearDown() override;
+
+private slots:
+    void onlySignalIsPathsChanged();
+    void emptyListStartsNoThread();
+    void pathThatDoesNotExistSwitchesTheWholeWatcherOff();
+    void startIsLogged();
+    void fileWrittenThreeLevelsDownReportsItsDirectory();
+    void subdirectoryCreatedInTheRootReportsTheRoot();
+    void renameReportsTheDirectoryForBothNames();
+    void fileWrittenAgainIsReported();
+    void removedFileIsReported();
+    void removedDirectoryIsReported();
+    void everyRootIsWatched();
+    void directoriesMadeAtOnceAreReportedDownToTheFile();
+    void renamedDirectoryIsWatchedUnderItsNewName();
+    void movedInTreeIsWatched();
+    void movedOutTreeIsNoLongerReported();
+    void treeMovedOutAndInAgainIsWatched();
+    void namesInAnyScriptAreReported();
+    void burstOfFilesIsReported();
+    void destructionWhileWaitingStopsSoon();
+};
+
+void WinFileWatcherTest::setUp()
+{
+    m_directory = std::make_unique<QTemporaryDir>();
+    QVERIFY(m_directory->isValid());
+    m_root = m_directory->filePath(text("root"));
+    m_outside = m_directory->filePath(text("outside"));
+    m_markers = m_root + text("/markers");
+    QVERIFY(QDir().mkpath(m_markers));
+    QVERIFY(QDir().mkpath(m_outside));
+}
+
+void WinFileWatcherTest::tearDown()
+{
+    m_directory.reset();
+}
+
+void WinFileWatcherTest::onlySignalIsPathsChanged()
+{
+    const QMetaObject& meta = WinFileWatcher::staticMetaObject;
+    QCOMPARE(meta.methodCount() - meta.methodOffset(), 1);
+    QCOMPARE(meta.method(meta.methodOffset()).methodSignature(), QByteArray("pathsChanged(QStringList*)"));
+    QCOMPARE(meta.method(meta.methodOffset()).methodType(), QMetaMethod::Signal);
+}
+
+void WinFileWatcherTest::emptyListStartsNoThread()
+{
+    Watch watch({});
+    watch.connect();
+    QVERIFY(!watch.watcher().isRunning());
+    QVERIFY(!watch.watcher().isFinished());
+    watch.stop();
+    QCOMPARE(log(), QStringList(text("Win file watcher paths:  ")));
+}
+
+void WinFileWatcherTest::pathThatDoesNotExistSwitchesTheWholeWatcherOff()
+{
+    const QString missing = m_directory->filePath(text("missing"));
+    Watch off({m_root, missing, m_outside});
+    off.connect();
+    QCOMPARE(log(), QStringList({text("Win file watcher paths:  ") + m_root + text(" ") + missing + text(" ") + m_outside,
+                                 text("Unable CreateFile failed for path  ") + missing}));
+    QVERIFY(!off.watcher().isRunning());
+    QVERIFY(!off.watcher().isFinished());
+
+    // Once another watcher has seen the change, this one would have, too.
+    Watch on({m_root});
+    on.connect();
+    QVERIFY(on.catchUp(m_markers));
+    off.stop();
+    QCOMPARE(off.reported(), QStringList());
+}
+
+void WinFileWatcherTest::startIsLogged()
+{
+    Watch watch({m_root, m_outside});
+    QVERIFY(watch.watcher().isRunning());
+    QCOMPARE(log(), QStringList({text("Win file watcher paths:  ") + m_root + text(" ") + m_outside, text("size 16384")}));
+}
+
+void WinFileWatcherTest::fileWrittenThreeLevelsDownReportsItsDirectory()
+{
+    const QString deep = m_root + text("/a/b/c");
+    QVERIFY(QDir().mkpath(deep));
+    Watch watch({m_root});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    watch.forget();
+
+    writeFile(deep + text("/file"), "content");
+    EVENTUALLY(watch.hasReported(deep));
+    QVERIFY(log().contains(entryLine(text("a/b/c/file"), 1)));
+}
+
+void WinFileWatcherTest::subdirectoryCreatedInTheRootReportsTheRoot()
+{
+    Watch watch({m_root});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    watch.forget();
+
+    QVERIFY(QDir(m_root).mkdir(text("new")));
+    EVENTUALLY(watch.hasReported(m_root));
+    QVERIFY(log().contains(entryLine(text("new"), 1)));
+}
+
+void WinFileWatcherTest::renameReportsTheDirectoryForBothNames()
+{
+    const QString directory = m_root + text("/a");
+    writeFile(directory + text("/old"), "content");
+    Watch watch({m_root});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    watch.forget();
+
+    QVERIFY(QFile::rename(directory + text("/old"), directory + text("/new")));
+    EVENTUALLY(watch.reported().count(directory) >= 2);
+    QVERIFY(log().contains(entryLine(text("a/old"), 4)));
+    QVERIFY(log().contains(entryLine(text("a/new"), 5)));
+}
+
+void WinFileWatcherTest::fileWrittenAgainIsReported()
+{
+    const QString directory = m_root + text("/a");
+    writeFile(directory + text("/file"), "content");
+    Watch watch({m_root});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    watch.forget();
+
+    QFile file(directory + text("/file"));
+    QVERIFY(file.open(QIODevice::ReadWrite));
+    QCOMPARE(file.write("CONTENT"), 7); // as long as before
+    file.close();
+    EVENTUALLY(watch.hasReported(directory));
+    QVERIFY(log().contains(entryLine(text("a/file"), 3)));
+}
+
+void WinFileWatcherTest::removedFileIsReported()
+{
+    const QString directory = m_root + text("/a");
+    writeFile(directory + text("/file"), "content");
+    Watch watch({m_root});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    watch.forget();
+
+    QVERIFY(QFile::remove(directory + text("/file")));
+    EVENTUALLY(watch.hasReported(directory));
+    QVERIFY(log().contains(entryLine(text("a/file"), 2)));
+}
+
+void WinFileWatcherTest::removedDirectoryIsReported()
+{
+    writeFile(m_root + text("/a/b/c/file"), "content");
+    Watch watch({m_root});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    watch.forget();
+
+    QVERIFY(QDir(m_root + text("/a")).removeRecursively());
+    EVENTUALLY(watch.hasReported(m_root));
+    EVENTUALLY(watch.hasReported(m_root + text("/a")));
+    EVENTUALLY(watch.hasReported(m_root + text("/a/b")));
+    EVENTUALLY(watch.hasReported(m_root + text("/a/b/c")));
+
+    QVERIFY(QDir().mkpath(m_root + text("/a/b"))); // the same names again
+    QVERIFY(watch.catchUp(m_markers));
+    watch.forget();
+    writeFile(m_root + text("/a/b/file"), "content");
+    EVENTUALLY(watch.hasReported(m_root + text("/a/b")));
+}
+
+void WinFileWatcherTest::everyRootIsWatched()
+{
+    const QString third = m_directory->filePath(text("third"));
+    QVERIFY(QDir().mkpath(third));
+    Watch watch({m_root, m_outside, third});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    QVERIFY(watch.catchUp(m_outside));
+    QVERIFY(watch.catchUp(third));
+}
+
+void WinFileWatcherTest::directoriesMadeAtOnceAreReportedDownToTheFile()
+{
+    Watch watch({m_root});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    for (int i = 0; i < 100; ++i) {
+        const QString top = m_root + text("/top") + QString::number(i);
+        writeFile(top + text("/a/b/c/file"), "content");
+        EVENTUALLY(watch.hasReported(m_root));
+        EVENTUALLY(watch.hasReported(top + text("/a/b/c")));
+        watch.forget();
+    }
+}
+
+void WinFileWatcherTest::renamedDirectoryIsWatchedUnderItsNewName()
+{
+    QVERIFY(QDir().mkpath(m_root + text("/old/a/b")));
+    QVERIFY(QDir().mkpath(m_root + text("/other")));
+    Watch watch({m_root});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+
+    QVERIFY(QDir().rename(m_root + text("/old"), m_root + text("/new")));
+    QVERIFY(watch.catchUp(m_markers));
+    writeFile(m_root + text("/new/a/b/file"), "content");
+    EVENTUALLY(watch.hasReported(m_root + text("/new/a/b")));
+
+    QVERIFY(QDir().rename(m_root + text("/new/a"), m_root + text("/other/a")));
+    QVERIFY(watch.catchUp(m_markers));
+    watch.forget();
+    writeFile(m_root + text("/other/a/b/file"), "content again");
+    EVENTUALLY(watch.hasReported(m_root + text("/other/a/b")));
+    QVERIFY(!watch.hasReported(m_root + text("/new/a/b")));
+}
+
+void WinFileWatcherTest::movedInTreeIsWatched()
+{
+    writeFile(m_outside + text("/tree/a/b/file"), "content");
+    Watch watch({m_root});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    watch.forget();
+
+    QVERIFY(QDir().rename(m_outside + text("/tree"), m_root + text("/tree")));
+    EVENTUALLY(watch.hasReported(m_root));
+    QVERIFY(watch.catchUp(m_markers));
+    watch.forget();
+    writeFile(m_root + text("/tree/a/b/file"), "content again");
+    EVENTUALLY(watch.hasReported(m_root + text("/tree/a/b")));
+}
+
+void WinFileWatcherTest::movedOutTreeIsNoLongerReported()
+{
+    writeFile(m_root + text("/tree/a/b/file"), "content");
+    Watch watch({m_root});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    watch.forget();
+
+    QVERIFY(QDir().rename(m_root + text("/tree"), m_outside + text("/tree")));
+    EVENTUALLY(watch.hasReported(m_root));
+    QVERIFY(watch.catchUp(m_markers));
+    watch.forget();
+    writeFile(m_outside + text("/tree/a/b/file"), "content again");
+    writeFile(m_outside + text("/tree/new"), "content");
+    QVERIFY(watch.catchUp(m_markers));
+    watch.stop();
+    QCOMPARE(watch.reported().toSet(), QSet<QString>{m_markers});
+}
+
+void WinFileWatcherTest::treeMovedOutAndInAgainIsWatched()
+{
+    QVERIFY(QDir().mkpath(m_root + text("/tree/a/b")));
+    Watch watch({m_root});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    for (int i = 0; i < 100; ++i) {
+        const QString out = m_outside + text("/tree");
+        const QString in = m_root + text("/tree") + QString::number(i);
+        QVERIFY(QDir().rename(i == 0 ? m_root + text("/tree") : m_root + text("/tree") + QString::number(i - 1), out));
+        if (i % 2 == 0)
+            QVERIFY(watch.catchUp(m_markers));
+        QVERIFY(QDir().rename(out, in));
+        if (i % 3 == 0)
+            QVERIFY(watch.catchUp(m_markers));
+        writeFile(in + text("/a/b/file"), "content");
+        EVENTUALLY(watch.hasReported(in + text("/a/b")));
+    }
+}
+
+void WinFileWatcherTest::namesInAnyScriptAreReported()
+{
+    Watch watch({m_root});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    QString directory = m_root;
+    const QStringList names{text("\u00dcbersicht"), text("\u65e5\u672c\u8a9e"), text("\u0440\u0443\u0441 \u0441\u043a\u0438\u0439"),
+                            text("\U0001f4c1 \U0001f600"), text("\u0627\u0644\u0639\u0631\u0628\u064a\u0629"), text("e\u0301 'x' &")};
+    for (int i = 0; i < 4; ++i) {
+        for (const QString& name : names)
+            directory += text("/") + name;
+    }
+    writeFile(directory + text("/\u6587\u4ef6"), "content");
+    EVENTUALLY(watch.hasReported(directory));
+    QVERIFY(watch.catchUp(m_markers));
+    watch.forget();
+    writeFile(directory + text("/\u6587\u4ef6"), "content again");
+    EVENTUALLY(watch.hasReported(directory));
+}
+
+void WinFileWatcherTest::burstOfFilesIsReported()
+{
+    const QString busy = m_root + text("/busy");
+    QVERIFY(QDir().mkpath(busy));
+    Watch watch({m_root});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    watch.forget();
+    for (int i = 0; i < 10000; ++i)
+        writeFile(busy + text("/") + QString::number(i), "x");
+    EVENTUALLY(watch.hasReported(busy) || watch.hasReported(m_root));
+
+    QVERIFY(watch.catchUp(m_markers));
+    watch.forget();
+    writeFile(busy + text("/last"), "x");
+    EVENTUALLY(watch.hasReported(busy));
+}
+
+void WinFileWatcherTest::destructionWhileWaitingStopsSoon()
+{
+    Watch watch({m_root});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    clearLog();
+    QElapsedTimer time;
+    time.start();
+    watch.stop();
+    QVERIFY(time.elapsed() < 5000);
+    QCOMPARE(log().last(), text("Watcher stop"));
+    QCOMPARE(log().count(text("Watcher stop")), 1);
+}
+
+QTEST_GUILESS_MAIN(WinFileWatcherTest)
+#include "winfilewatcher_test.moc"
