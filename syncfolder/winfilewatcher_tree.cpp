@@ -144,8 +144,11 @@ WatchedTree::Opened WatchedTree::open()
     if (!m_queue.isValid())
         return Opened::NoQueue;
     m_rootWatch = addWatch(m_root.get(), nullptr);
-    if (m_rootWatch < 0)
+    if (m_rootWatch < 0) {
+        if (isWatchLimit(errno))
+            logWatchLimit(m_rootPath);
         return Opened::NoDirectory;
+    }
     m_directories.emplace(m_rootWatch, Directory());
     return Opened::Yes;
 }
@@ -387,9 +390,7 @@ void WatchedTree::readChild(int parent, int parentWatch, const char* name, std::
             if (!isWatchLimit(errno))
                 return;
             watch = 0;
-            if (!m_limitLogged)
-                ORVEL_LOG << "Watch limit reached, changes will be missed below " << relativePath(path, name);
-            m_limitLogged = true;
+            logWatchLimit(path + '/' + name);
         } else if (!attach(watch, parentWatch, name)) {
             return;
         }
@@ -545,6 +546,12 @@ void WatchedTree::flush()
         return;
     m_report(m_changed);
     m_changed.clear();
+}
+
+void WatchedTree::logWatchLimit(const std::string& path)
+{
+    if (!std::exchange(m_limitLogged, true))
+        ORVEL_LOG << "Watch limit reached, changes will be missed in " << QFile::decodeName(path.c_str());
 }
 
 void WatchedTree::finish()

@@ -115,6 +115,7 @@ private:
     void changed(const std::string& path);
     void flush();
     void finish();
+    void logWatchLimit(const std::string& path);
     bool hasChanged(const struct statx& entry) const;
 
     const Report m_report;

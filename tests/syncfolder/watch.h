@@ -53,16 +53,15 @@ public:
         m_reported.clear();
     }
 
-    /// Waits until changes are noticed, and all that were made before have been reported. @p directory is
-    /// one in the tree that nothing else is done in.
+    /// Waits until a change in @p directory is reported, and with it all that were made before.
     bool catchUp(const QString& directory)
     {
         static int number = 0;
-        m_reported.removeAll(directory);
+        const QString own = directory + QStringLiteral("/marker") + QString::number(++number);
         return QTest::qWaitFor(
             [&] {
-                writeFile(directory + QStringLiteral("/marker") + QString::number(++number), {});
-                return hasReported(directory);
+                writeFile(own + QStringLiteral("/file"), {}); // again, should nobody have watched yet
+                return hasReported(own);
             },
             deadline());
     }
