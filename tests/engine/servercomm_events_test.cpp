@@ -19,12 +19,12 @@ class ServerCommEventsTest final : public ServerCommTest
     void settleAfterFlood()
     {
         constexpr int patience = 2000; // ms
-        const QSignalSpy heard(m_server.get(), SIGNAL(rootsChanged()));
+        QSignalSpy heard(m_server.get(), SIGNAL(rootsChanged()));
         QElapsedTimer clock;
         clock.start();
         do
             m_engine->writeError("\n{\"what\":\"rootschanged\"}\n");
-        while (!QTest::qWaitFor([&] { return heard.count() > 0; }, patience) && clock.elapsed() < deadline());
+        while (!heard.wait(patience) && clock.elapsed() < deadline());
         QVERIFY(heard.count() > 0);
     }
 
