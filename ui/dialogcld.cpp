@@ -14,6 +14,7 @@
 #include <QPushButton>
 #include <QSaveFile>
 #include <QSettings>
+#include <QStandardPaths>
 #include <QTimer>
 
 namespace
@@ -125,9 +126,27 @@ void DialogCld::buildPanel(int runStartup)
     m_panel = SettingsPanel::build(this, startup, settings.value(QStringLiteral("username")).toString(), rootPath);
     ORVEL_LOG << "maindlg:"
               << "VALIDATED PATH " << rootPath;
+    if (rootPath.isEmpty())
+        m_panel.folderPath->setText(defaultRootPath());
     connect(m_panel.login, SIGNAL(clicked()), this, SLOT(doLogin()));
     connect(m_panel.pickFolder, SIGNAL(clicked()), this, SLOT(changeRoot()));
     connect(m_panel.autoUpdate, SIGNAL(toggled(bool)), this, SLOT(toggleAutoUpdate(bool)));
+}
+
+/// Where the engine makes the sync folder of an account that has none yet.
+QString DialogCld::defaultRootPath() const
+{
+    const EngineConfig& config = m_server->config();
+    const QString parent = config.homepath.isEmpty()
+        ? QStandardPaths::writableLocation(QStandardPaths::HomeLocation)
+        : config.homepath;
+    return parent + QLatin1Char('/') + rootName();
+}
+
+QString DialogCld::rootName() const
+{
+    const EngineConfig& config = m_server->config();
+    return config.homefolder.isEmpty() ? config.syncfolders.value(0) : config.homefolder;
 }
 
 /// The first start shows the guide and settles the question of automatic update checks.

@@ -74,6 +74,8 @@ private:
     void nameApplication();
     void createSyncFolder();
     void buildPanel(int runStartup);
+    QString defaultRootPath() const;
+    QString rootName() const;
     void greet(int runNumber);
     void createMenu();
     void createTray();

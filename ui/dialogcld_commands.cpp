@@ -177,7 +177,7 @@ void DialogCld::changeRoot()
         return;
     }
 
-    const QString folderName = m_server->config().homefolder;
+    const QString folderName = rootName();
     const QString newRoot = picked + QLatin1Char('/') + folderName;
     if (!QDir(newRoot).exists()) {
         m_panel.folderPath->setText(newRoot);

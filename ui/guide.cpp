@@ -23,6 +23,7 @@ Guide::Guide(QWidget* parent)
     setWindowTitle(tr("Welcome to Orvel Storage"));
     m_text->setWordWrap(true);
     m_text->setTextFormat(Qt::RichText);
+    m_next->setDefault(true);
     buildLayout();
     connect(m_next, SIGNAL(clicked()), this, SLOT(moveForward()));
     connect(m_back, SIGNAL(clicked()), this, SLOT(moveBack()));

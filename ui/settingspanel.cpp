@@ -132,6 +132,8 @@ SettingsPanel SettingsPanel::build(QDialog* dialog, QCheckBox* startupBox, const
 void SettingsPanel::show(const PanelView& view) const
 {
     heading->setText(view.heading);
+    if (!view.credentialsVisible && (username->hasFocus() || password->hasFocus()))
+        login->setFocus(); // the focus would go on to the path, and select it
     for (QWidget* widget : {static_cast<QWidget*>(usernameCaption), static_cast<QWidget*>(username),
                             static_cast<QWidget*>(passwordCaption), static_cast<QWidget*>(password)})
         widget->setVisible(view.credentialsVisible);
