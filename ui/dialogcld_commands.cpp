@@ -58,7 +58,7 @@ void DialogCld::createMenu()
     addAction(tr("Settings"), SLOT(menuShow()));
     addAction(tr("Guide"), SLOT(openGuide()));
     addAction(tr("Help"), SLOT(openHelp()));
-    addAction(tr("Check for updates"), SLOT(manualUpdate()));
+    addAction(tr("Check for updates"), SLOT(manualUpdate()))->setEnabled(false); // until there is an updater
     addAction(tr("Exit"), SLOT(menuClose()));
 }
 
