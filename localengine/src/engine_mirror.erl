@@ -156,9 +156,10 @@ act({move, Side, From, To} = Action, Mirror) ->
         andalso now(Mirror, Other, To) =:= entry(Mirror, Other, To) of
         false -> disturbed(From, Mirror);
         true ->
-            case file:rename(absolute(Mirror, Side, From), absolute(Mirror, Side, To)) of
-                ok -> renamed(Side, From, To, Mirror);
-                {error, Reason} -> failed(Action, Reason, Mirror)
+            case as_agreed(Side, From, Mirror) of
+                %% It was changed here and renamed there: no mere rename.
+                false -> Mirror;
+                true -> rename(Side, From, To, Action, Mirror)
             end
     end;
 act({mkdir, Side, Path} = Action, Mirror) ->
@@ -242,6 +243,20 @@ content(Side, Path, Known, #{seen := Seen} = Mirror) ->
         {#{{Side, Path} := {Hash, Read}}, _} -> {Hash, Read};
         {_, #{kind := file, hash := Hash, Side := {_, Before}}} -> {Hash, Before};
         _ -> {<<>>, Seen}
+    end.
+
+as_agreed(Side, Path, #{tree := Tree} = Mirror) ->
+    case engine_tree:get(Path, Tree) of
+        #{hash := Hash} = Base ->
+            not engine_plan:may_differ(Side, Base)
+                orelse engine_file:hash(absolute(Mirror, Side, Path)) =:= {ok, Hash};
+        none -> false
+    end.
+
+rename(Side, From, To, Action, Mirror) ->
+    case file:rename(absolute(Mirror, Side, From), absolute(Mirror, Side, To)) of
+        ok -> renamed(Side, From, To, Mirror);
+        {error, Reason} -> failed(Action, Reason, Mirror)
     end.
 
 renamed(Side, From, To, Mirror) ->

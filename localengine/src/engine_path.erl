@@ -101,8 +101,8 @@ cut(Stem, Room) when Room > 0 ->
 cut(_, _) -> <<>>.
 
 split_extension(Name) ->
-    Extension = filename:extension(Name),
-    case byte_size(Name) - byte_size(Extension) of
-        0 -> {Name, <<>>};
-        Size -> {binary:part(Name, 0, Size), Extension}
+    %% Not every dot begins an extension: the note itself holds some.
+    case re:run(Name, "^(?s:.+)(\\.[A-Za-z0-9]{1,10})$", [{capture, [1]}, dollar_endonly]) of
+        {match, [{Size, _}]} -> split_binary(Name, Size);
+        nomatch -> {Name, <<>>}
     end.

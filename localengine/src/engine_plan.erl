@@ -7,7 +7,7 @@
 %% at, and everything below it, is left alone.
 -module(engine_plan).
 
--export([moves/3, doubts/3, plan/4, other/1]).
+-export([moves/3, doubts/3, plan/4, other/1, may_differ/2]).
 
 -export_type([action/0, side/0, hashes/0]).
 
@@ -129,13 +129,23 @@ state(_, _, absent) -> absent;
 state(_, none, _) -> new;
 state(_, #{kind := dir}, {dir, _}) -> same;
 state(Side, #{kind := file} = Base, {file, {Size, MTime, _, _} = Sig}) ->
-    case maps:get(Side, Base) of
-        %% A file may change again within the second in which it was seen.
-        {Sig, Seen} when MTime < Seen - 1 -> same;
-        {{Size, _, _, _}, _} -> doubt;
+    case {maps:get(Side, Base), is_fresh(MTime, maps:get(Side, Base))} of
+        {{Sig, _}, false} -> same;
+        {{{Size, _, _, _}, _}, _} -> doubt;
         _ -> changed
     end;
 state(_, _, _) -> changed.
+
+%% A file may change again within the second in which it was seen, and look
+%% the same.
+is_fresh(MTime, {_, Seen}) -> MTime >= Seen - 1.
+
+%% Whether a file that looks as it did may still hold something else.
+-spec may_differ(side(), engine_tree:base()) -> boolean().
+may_differ(_, #{kind := dir}) -> false;
+may_differ(Side, Base) ->
+    #{Side := {{_, MTime, _, _}, _} = Mark} = Base,
+    is_fresh(MTime, Mark).
 
 %% ---- The plan --------------------------------------------------------------
 

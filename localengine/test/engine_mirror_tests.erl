@@ -138,6 +138,16 @@ renameInTheCloudComesDown_test() ->
                 ?assertEqual(0, copies())
         end).
 
+renamedHereAndChangedThereInTheSameSecondKeepsBoth_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "f", <<"one">>),
+                {_, M1} = settle(M0),
+                ok = file:rename(in(L, "f"), in(L, "g")),
+                write(C, "f", <<"two">>),
+                settle(M1),
+                both_hold(#{<<"f">> => <<"two">>, <<"g">> => <<"one">>}, L, C)
+        end).
+
 changeOnBothSidesKeepsBothVersions_test() ->
     lab(fun(L, C, M0) ->
                 write(L, "report.txt", <<"first">>),

@@ -33,7 +33,9 @@ conflictNamesKeepDirectoryAndExtension_test() ->
     ?assertEqual(<<"d.x/report (conflict 2026-11-21 09.05.00).txt">>,
                  engine_path:conflict_name(<<"d.x/report.txt">>, Time, 1)),
     ?assertEqual(<<".hidden (conflict 2026-11-21 09.05.00 2)">>,
-                 engine_path:conflict_name(<<".hidden">>, Time, 2)).
+                 engine_path:conflict_name(<<".hidden">>, Time, 2)),
+    ?assertEqual(<<"a (conflict 2026-11-21 09.05.00) (conflict 2026-11-21 09.05.00)">>,
+                 engine_path:conflict_name(engine_path:conflict_name(<<"a">>, Time, 1), Time, 1)).
 
 longConflictNamesStillFit_test() ->
     Long = <<(binary:copy(<<"č"/utf8>>, 125))/binary, ".txt">>,
