@@ -38,3 +38,10 @@ in_trial_home() {
 cpp_sources() {
   git ls-files --cached --others --exclude-standard -- '*.cpp' '*.h'
 }
+
+# Lays out a fresh installation of what was built, as a user has it: lay_out BUILD_DIRECTORY PREFIX
+lay_out() {
+  rm -rf "$2"
+  cmake --install "$1" --prefix "$2" --component client >/dev/null
+  cmake --install "$1" --prefix "$2" --component localengine >/dev/null
+}

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Tries the client out the way a user does: on a display of its own, with mouse and keyboard.
-#   tour.sh INSTALLATION HOME
+#   tour.sh BUILD_DIRECTORY HOME
 # Ends with one verdict line; the exit status is 0 when everything was seen to work.
 set -euo pipefail
 
@@ -8,8 +8,9 @@ cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=tools/common.sh
 source tools/common.sh
 
-installation=$1
-home=$2
+mkdir -p "$2"
+home=$(cd "$2" && pwd)
+installation=$home/program
 shots=$home/screenshots
 log=$home/client.log
 folder="$home/Orvel Storage"
@@ -115,8 +116,7 @@ tidy_up() {
 }
 trap tidy_up EXIT
 
-mkdir -p "$home"
-home=$(cd "$home" && pwd)
+lay_out "$1" "$installation"
 rm -rf "$shots" "$folder" "$home/cloud" "$home/.local/share/orvel" "$home/.config/Velmora d.d."
 mkdir -p "$shots"
 in_trial_home "$home"
