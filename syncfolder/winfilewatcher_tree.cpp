@@ -60,9 +60,9 @@ Action actionOf(quint32 mask)
     return Modified;
 }
 
-bool isWatchLimit(int error)
+bool isLimit(int error)
 {
-    return error == ENOSPC || error == ENOMEM;
+    return error == ENOSPC || error == ENOMEM || error == EMFILE || error == ENFILE;
 }
 
 bool isDots(const char* name)
@@ -143,9 +143,9 @@ WatchedTree::Opened WatchedTree::open()
     m_queue = FileDescriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
     if (!m_queue.isValid())
         return Opened::NoQueue;
-    m_rootWatch = addWatch(m_root.get(), nullptr);
+    m_rootWatch = addWatch(m_root.get());
     if (m_rootWatch < 0) {
-        if (isWatchLimit(errno))
+        if (isLimit(errno))
             logWatchLimit(m_rootPath);
         return Opened::NoDirectory;
     }
@@ -235,9 +235,14 @@ void WatchedTree::handle(const inotify_event& event)
         handleRootEvent(event.mask);
     else if ((event.mask & IN_MOVE_SELF) != 0)
         checkPlace(event.wd);
-    if (event.len == 0 || (event.mask & namesAndWrites) == 0)
-        return;
+    if (event.len != 0 && (event.mask & namesAndWrites) != 0)
+        handleEntry(event);
+    if ((event.mask & IN_MOVE_SELF) != 0 && !m_unread.empty())
+        readUnread();
+}
 
+void WatchedTree::handleEntry(const inotify_event& event)
+{
     const bool isDirectory = (event.mask & IN_ISDIR) != 0;
     const bool isModification = (event.mask & (IN_MODIFY | IN_CLOSE_WRITE | IN_ATTRIB)) != 0;
     if (!isDirectory || !isModification) {
@@ -274,22 +279,26 @@ void WatchedTree::findChild(int parent, const std::string& name)
     std::string path = pathOf(parent);
     readChild(directory.get(), parent, name.c_str(), path, Content::New, 0);
     readLater();
-    readUnread();
 }
 
 /// The directory was renamed; a new name within the tree is known by now, unless it has moved on.
 void WatchedTree::checkPlace(int watch)
 {
-    const int parent = m_directories[watch].parent;
-    const std::string name = m_directories[watch].name;
-    const FileDescriptor directory = openDirectory(parent);
-    const int there = directory.isValid() ? addWatch(directory.get(), name.c_str()) : -1;
-    if (there == watch)
-        return;
-    detach(watch);
-    if (!directory.isValid())
+    const int parent = m_directories.at(watch).parent;
+    const std::string name = m_directories.at(watch).name;
+    const FileDescriptor parentDirectory = openDirectory(parent);
+    if (!parentDirectory.isValid()) {
+        detach(watch);
         m_unread.insert(parent);
-    else if (there >= 0)
+        return;
+    }
+    const FileDescriptor directory(openat(parentDirectory.get(), name.c_str(), openForReading | O_NOFOLLOW));
+    const int found = directory.isValid() ? addWatch(directory.get()) : -1;
+    if (found == watch)
+        return;
+    forgetUnknown(found);
+    detach(watch);
+    if (found >= 0)
         findChild(parent, name);
 }
 
@@ -297,16 +306,12 @@ void WatchedTree::checkPlace(int watch)
 /// each move that becomes known is a reason to try again.
 void WatchedTree::readUnread()
 {
-    while (std::exchange(m_moved, false) && !stopRequested()) {
-        const std::unordered_set<int> unread = std::exchange(m_unread, {});
-        for (const int watch : unread) {
-            if (isInTree(watch))
-                readFrom(watch, openDirectory(watch), Content::New);
-        }
-        readLater();
-        if (m_unread.empty())
-            m_moved = false;
+    const std::unordered_set<int> unread = std::exchange(m_unread, {});
+    for (const int watch : unread) {
+        if (isInTree(watch))
+            readFrom(watch, openDirectory(watch), Content::New);
     }
+    readLater();
 }
 
 void WatchedTree::readFrom(int watch, FileDescriptor directory, Content content)
@@ -381,34 +386,37 @@ void WatchedTree::read(int descriptor, int watch, std::string& path, Content con
 void WatchedTree::readChild(int parent, int parentWatch, const char* name, std::string& path, Content content,
                             int level)
 {
+    // Gone, a link, or closed to us: a notification tells when that changes.
+    const FileDescriptor directory(openat(parent, name, openForReading | O_NOFOLLOW));
+    if (!directory.isValid()) {
+        if (isLimit(errno))
+            logWatchLimit(path + '/' + name);
+        return;
+    }
     int watch = 0;
     if (parentWatch != 0) {
-        // By its name, so that there is no moment in which it could be moved away unnoticed.
-        watch = addWatch(parent, name);
+        watch = addWatch(directory.get());
         if (watch < 0) {
-            // Gone, or closed to us. A notification tells when that changes.
-            if (!isWatchLimit(errno))
+            if (!isLimit(errno))
                 return;
             watch = 0;
             logWatchLimit(path + '/' + name);
+        } else if (!isEntry(directory.get(), parent, name)) {
+            // Moved away before the watch could tell of it; the notification of its parent does.
+            forgetUnknown(watch);
+            return;
         } else if (!attach(watch, parentWatch, name)) {
             return;
         }
     }
 
-    if (level >= maxLevel) {
-        if (watch != 0)
-            m_later.emplace_back(watch, content);
-        return;
-    }
-    const FileDescriptor directory(openat(parent, name, openForReading | O_NOFOLLOW));
-    if (directory.isValid()) {
+    if (level < maxLevel) {
         const std::size_t length = path.size();
         path.append(1, '/').append(name);
         read(directory.get(), watch, path, content, level);
         path.resize(length);
     } else if (watch != 0) {
-        m_unread.insert(watch);
+        m_later.emplace_back(watch, content);
     }
 }
 
@@ -418,26 +426,29 @@ FileDescriptor WatchedTree::openDirectory(int watch)
     FileDescriptor directory = openPath(m_absoluteRoot + pathOf(watch).substr(m_rootPath.size()) + '/');
     if (!directory.isValid())
         return directory;
-    const int found = addWatch(directory.get(), nullptr);
+    const int found = addWatch(directory.get());
     if (found == watch)
         return directory;
-    if (found >= 0 && m_directories.count(found) == 0)
-        inotify_rm_watch(m_queue.get(), found);
+    forgetUnknown(found);
     return FileDescriptor();
 }
 
-/// Watches the open directory, or with @p name the one in it, which must not be a link. The watch is the
-/// same again for a directory that is watched already. -1, with errno, when that cannot be.
-int WatchedTree::addWatch(int descriptor, const char* name)
+/// Watches the open directory; the watch is the same again for one that is watched already. -1, with errno,
+/// when that cannot be.
+int WatchedTree::addWatch(int descriptor)
 {
-    // The call takes nothing but a path. Through the current directory is by far the shorter way.
-    if (m_ownCurrentDirectory && name != nullptr && fchdir(descriptor) == 0)
-        return inotify_add_watch(m_queue.get(), name, watchFlags | IN_DONT_FOLLOW);
-    std::string path = "/proc/self/fd/" + std::to_string(descriptor);
-    if (name == nullptr)
-        return inotify_add_watch(m_queue.get(), path.c_str(), watchFlags);
-    path.append(1, '/').append(name);
-    return inotify_add_watch(m_queue.get(), path.c_str(), watchFlags | IN_DONT_FOLLOW);
+    // The call takes nothing but a path. The current directory is by far the shortest.
+    if (m_ownCurrentDirectory && fchdir(descriptor) == 0)
+        return inotify_add_watch(m_queue.get(), ".", watchFlags);
+    const std::string path = "/proc/self/fd/" + std::to_string(descriptor);
+    return inotify_add_watch(m_queue.get(), path.c_str(), watchFlags);
+}
+
+/// Takes the watch away from a directory that has turned out to be somewhere else, unless it is known there.
+void WatchedTree::forgetUnknown(int watch)
+{
+    if (watch >= 0 && m_directories.count(watch) == 0)
+        inotify_rm_watch(m_queue.get(), watch);
 }
 
 bool WatchedTree::isInTree(int watch) const
@@ -466,7 +477,6 @@ bool WatchedTree::attach(int watch, int parent, const std::string& name)
         if (directory.parent == parent && directory.name == name)
             return isUnread;
         unlink(directory);
-        m_moved = true;
         m_lastWatch = 0;
     }
     Directory& parentDirectory = m_directories.at(parent);
@@ -560,6 +570,17 @@ void WatchedTree::finish()
     // A disk with somebody's current directory on it cannot be removed.
     if (m_ownCurrentDirectory && chdir("/") != 0)
         m_ownCurrentDirectory = false;
+}
+
+/// Whether the open directory is the one of that name in the parent.
+bool WatchedTree::isEntry(int descriptor, int parent, const char* name)
+{
+    struct statx own;
+    struct statx there;
+    return statx(descriptor, "", AT_EMPTY_PATH, STATX_INO, &own) == 0 &&
+           statx(parent, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_INO, &there) == 0 &&
+           own.stx_ino == there.stx_ino && own.stx_dev_major == there.stx_dev_major &&
+           own.stx_dev_minor == there.stx_dev_minor;
 }
 
 bool WatchedTree::hasChanged(const struct statx& entry) const

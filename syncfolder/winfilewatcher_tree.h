@@ -92,6 +92,7 @@ private:
 
     void rebuild();
     void handle(const inotify_event& event);
+    void handleEntry(const inotify_event& event);
     void handleRootEvent(quint32 mask);
     void findChild(int parent, const std::string& name);
     void checkPlace(int watch);
@@ -102,7 +103,9 @@ private:
     void read(int descriptor, int watch, std::string& path, Content content, int level);
     void readChild(int parent, int parentWatch, const char* name, std::string& path, Content content, int level);
     FileDescriptor openDirectory(int watch);
-    int addWatch(int descriptor, const char* name);
+    int addWatch(int descriptor);
+    void forgetUnknown(int watch);
+    static bool isEntry(int descriptor, int parent, const char* name);
 
     bool isInTree(int watch) const;
     bool isWithin(int watch, int ancestor) const;
@@ -135,7 +138,6 @@ private:
     QStringList m_changed;
     int m_lastWatch = 0; ///< the directory of m_lastPath; 0 for none
     QString m_lastPath;
-    bool m_moved = false;
     bool m_overflowed = false;
     bool m_limitLogged = false;
 };
