@@ -17,9 +17,8 @@ bool isServed(const QString& name)
 {
     QLocalSocket socket;
     socket.connectToServer(name);
-    return socket.waitForConnected(dataTimeout)
-        || (socket.error() != QLocalSocket::ServerNotFoundError
-            && socket.error() != QLocalSocket::ConnectionRefusedError);
+    return socket.waitForConnected(dataTimeout) || (socket.error() != QLocalSocket::ServerNotFoundError &&
+                                                    socket.error() != QLocalSocket::ConnectionRefusedError);
 }
 
 bool listen(QLocalServer& server, const QString& name)

@@ -137,9 +137,8 @@ void DialogCld::buildPanel(int runStartup)
 QString DialogCld::defaultRootPath() const
 {
     const EngineConfig& config = m_server->config();
-    const QString parent = config.homepath.isEmpty()
-        ? QStandardPaths::writableLocation(QStandardPaths::HomeLocation)
-        : config.homepath;
+    const QString parent =
+        config.homepath.isEmpty() ? QStandardPaths::writableLocation(QStandardPaths::HomeLocation) : config.homepath;
     return parent + QLatin1Char('/') + rootName();
 }
 

@@ -41,10 +41,10 @@ int deadline();
 
 /// Waits until the expression is true, with the event loop running, and fails the test past the deadline.
 #define EVENTUALLY(expression) QTRY_VERIFY_WITH_TIMEOUT((expression), deadline())
-#define EVENTUALLY_EQUAL(actual, expected) \
-    do { \
-        (void)QTest::qWaitFor([&] { return (actual) == (expected); }, deadline()); \
-        QCOMPARE((actual), (expected)); \
+#define EVENTUALLY_EQUAL(actual, expected)                                                                             \
+    do {                                                                                                               \
+        (void)QTest::qWaitFor([&] { return (actual) == (expected); }, deadline());                                     \
+        QCOMPARE((actual), (expected));                                                                                \
     } while (false)
 
 /// The number of QTimer::singleShot() calls of this thread that have not fired yet.

@@ -1,12 +1,12 @@
 #include "syncfolder/syncfolder.h"
 
 #include "engine/servercomm.h"
-#include "json/json.h"
 #include "syncfolder/pickhomepath.h"
 #include "syncfolder/winfilewatcher.h"
 #include "tests/support/fakeengine.h"
 #include "tests/support/metamethods.h"
 #include "tests/support/test.h"
+#include "json/json.h"
 
 #include <QApplication>
 #include <QElapsedTimer>
@@ -153,9 +153,8 @@ public slots:
 private slots:
     void signalsAndSlotsStandInTheirDeclaredOrder()
     {
-        QCOMPARE(signalsOf(SyncFolder::staticMetaObject),
-                 (QStringList{QStringLiteral("pathsChanged(QStringList&)"),
-                              QStringLiteral("rootsChanged(QList<QDir>&)")}));
+        QCOMPARE(signalsOf(SyncFolder::staticMetaObject), (QStringList{QStringLiteral("pathsChanged(QStringList&)"),
+                                                                       QStringLiteral("rootsChanged(QList<QDir>&)")}));
         QCOMPARE(slotsOf(SyncFolder::staticMetaObject),
                  (QStringList{QStringLiteral("RootPicked(QString)"), QStringLiteral("RootDeleted()"),
                               QStringLiteral("extPathsChanged(QStringList*)"), QStringLiteral("reportTimeout()"),

@@ -187,9 +187,8 @@ private slots:
         QCOMPARE(clientSettings().value(QStringLiteral("runstartup")).toInt(), 1);
         QVERIFY(log().contains(QStringLiteral("maindlg: Toggle startup  true")));
 #ifndef Q_OS_WIN
-        const QByteArray entry =
-            readFile(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
-                     + QStringLiteral("/autostart/Orvel Storage.desktop"));
+        const QByteArray entry = readFile(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+                                          QStringLiteral("/autostart/Orvel Storage.desktop"));
         QVERIFY(entry.contains(QCoreApplication::applicationFilePath().toUtf8()));
 #endif
     }
@@ -205,8 +204,8 @@ private slots:
         QVERIFY(!m_dialog->panel().startup->isChecked());
         QVERIFY(!m_dialog->panel().autoUpdate->isChecked());
 #ifndef Q_OS_WIN
-        QVERIFY(!QFileInfo::exists(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation)
-                                   + QStringLiteral("/autostart/Orvel Storage.desktop")));
+        QVERIFY(!QFileInfo::exists(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
+                                   QStringLiteral("/autostart/Orvel Storage.desktop")));
 #endif
     }
 
@@ -256,8 +255,7 @@ private slots:
     void pathsAreStoredForOtherPrograms()
     {
         create();
-        QCOMPARE(clientSettings().value(QStringLiteral("apppath")).toString(),
-                 QCoreApplication::arguments().value(0));
+        QCOMPARE(clientSettings().value(QStringLiteral("apppath")).toString(), QCoreApplication::arguments().value(0));
         QCOMPARE(clientSettings().value(QStringLiteral("localapppath")).toString(), m_dialog->server().stateDir());
         clientSettings().setValue(QStringLiteral("localapppath"), QStringLiteral("/kept"));
         clientSettings().sync();
@@ -348,8 +346,7 @@ private slots:
         create();
         sayState("offline", 0);
         QVERIFY(showsIcon(QStringLiteral(":/offline36.png")));
-        QCOMPARE(m_dialog->tray().toolTip(),
-                 QStringLiteral("Orvel Storage 0.9.3\nInternetna povezava je prekinjena"));
+        QCOMPARE(m_dialog->tray().toolTip(), QStringLiteral("Orvel Storage 0.9.3\nInternetna povezava je prekinjena"));
         QVERIFY(!m_dialog->panel().login->isEnabled());
         QVERIFY(!m_dialog->panel().username->isEnabled());
     }
@@ -370,12 +367,13 @@ private slots:
         create();
         const quint64 quota = 200ULL << 30;
         const quint64 space = quota - (freeGibibytes10 << 30) / 10;
-        say("{\"what\":\"spaceused\",\"space\":" + QByteArray::number(space) + ",\"quota\":" + QByteArray::number(quota)
-            + ",\"package\":\"Family\"}");
+        say("{\"what\":\"spaceused\",\"space\":" + QByteArray::number(space) +
+            ",\"quota\":" + QByteArray::number(quota) + ",\"package\":\"Family\"}");
         EVENTUALLY_EQUAL(action(5)->text(), text + QStringLiteral(" GB free out of 200 GB"));
         QCOMPARE(action(4)->text(), QStringLiteral("Family - Change package"));
         QVERIFY(!action(5)->isEnabled());
-        QVERIFY(log().contains(QStringLiteral("maindlg: space used changed free = %1 %2").arg(quota - space).arg(quota)));
+        QVERIFY(
+            log().contains(QStringLiteral("maindlg: space used changed free = %1 %2").arg(quota - space).arg(quota)));
     }
 
     void rootsReportShowsTheFolder()

@@ -37,10 +37,18 @@ private slots:
         QTest::addColumn<QString>("netState");
         QTest::addColumn<QString>("icon");
         QTest::addColumn<QString>("line");
-        QTest::newRow("ok") << "ok" << ":/online36.png" << "Sync done";
-        QTest::newRow("offline") << "offline" << ":/offline36.png" << "Internetna povezava je prekinjena";
-        QTest::newRow("logout") << "logout" << ":/offline36.png" << "Internetna povezava je prekinjena";
-        QTest::newRow("transferring") << "transferring" << ":/sync36.png" << "";
+        QTest::newRow("ok") << "ok"
+                            << ":/online36.png"
+                            << "Sync done";
+        QTest::newRow("offline") << "offline"
+                                 << ":/offline36.png"
+                                 << "Internetna povezava je prekinjena";
+        QTest::newRow("logout") << "logout"
+                                << ":/offline36.png"
+                                << "Internetna povezava je prekinjena";
+        QTest::newRow("transferring") << "transferring"
+                                      << ":/sync36.png"
+                                      << "";
     }
     void iconFollowsTheState()
     {
@@ -63,9 +71,8 @@ private slots:
     void transferNamesEveryFigure()
     {
         QCOMPARE(trayStatus(transferring(3, 2, 4096, 150), title)->toolTip,
-                 title
-                     + QStringLiteral("\n3 files are uploading to the cloud\n2 files are downloading from the cloud\n"
-                                      "4 kB/sec, time remaining 2 min"));
+                 title + QStringLiteral("\n3 files are uploading to the cloud\n2 files are downloading from the cloud\n"
+                                        "4 kB/sec, time remaining 2 min"));
     }
 
     void transferWithZeroSpeedShowsOnlyTheCountLines()
