@@ -12,7 +12,6 @@
 #include <QFile>
 #include <QLineEdit>
 #include <QPushButton>
-#include <QSaveFile>
 #include <QSettings>
 #include <QStandardPaths>
 #include <QTimer>
@@ -58,7 +57,10 @@ DialogCld::DialogCld(QWidget* parent)
         QTimer::singleShot(hideDelay, this, SLOT(hide()));
 }
 
-DialogCld::~DialogCld() = default;
+DialogCld::~DialogCld()
+{
+    m_server->disconnect(this); // what the engine says at its end finds nobody here any more
+}
 
 void DialogCld::createServer()
 {
@@ -85,11 +87,9 @@ void DialogCld::copyStatusIcons() const
 {
     for (const char* name : {"synced.ico", "quota.ico", "syncing.ico", "offline.ico"}) {
         QFile resource(QStringLiteral(":/") + QLatin1String(name));
-        QSaveFile copy(m_server->stateDir() + QLatin1Char('/') + QLatin1String(name));
-        if (!resource.open(QIODevice::ReadOnly) || !copy.open(QIODevice::WriteOnly))
-            continue;
-        copy.write(resource.readAll());
-        copy.commit();
+        QFile copy(m_server->stateDir() + QLatin1Char('/') + QLatin1String(name));
+        if (resource.open(QIODevice::ReadOnly) && copy.open(QIODevice::WriteOnly))
+            copy.write(resource.readAll());
     }
 }
 

@@ -66,6 +66,8 @@ void DialogCld::srvDied()
 {
     ORVEL_LOG << "maindlg:"
               << "srvdied";
+    if (m_quitting)
+        return;
     m_syncFolder.reset();
     createSyncFolder();
 }

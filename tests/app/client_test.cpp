@@ -148,12 +148,30 @@ private slots:
     void fullStandardErrorOfNonsenseIsOutlived()
     {
         const auto client = startReady();
-        client->setReadChannel(QProcess::StandardError);
         m_engine->flood(QByteArray("\0\xff{]\"\\u12\n{\"what\":7}\n", 23), 2000);
-        m_engine->say("");
+        // A read may cut a line of the flood's end in two, so it is said until it is heard.
+        const bool heard = QTest::qWaitFor(
+            [&] {
+                m_engine->writeError("\n{\"what\":\"networkstate\",\"state\":\"ok\",\"uid\":5}\n");
+                return allOutput(*client).contains("maindlg: network state  ok\n");
+            },
+            deadline());
+        QVERIFY(heard);
+        endByExitMessage(*client);
+    }
+
+    void dataDirectoryThatCannotBeMadeIsOutlived()
+    {
+        // Binds root as well, unlike a missing permission.
+        writeFile(testHome() + QStringLiteral("/file"), "in the way");
+        qputenv("XDG_DATA_HOME", QFile::encodeName(testHome() + QStringLiteral("/file")));
+        const auto client = startReady();
+        qputenv("XDG_DATA_HOME", QFile::encodeName(testHome() + QStringLiteral("/data")));
+        QVERIFY(m_engine->input().contains("\"statedir\""));
         m_engine->say("{\"what\":\"networkstate\",\"state\":\"ok\",\"uid\":5}");
         QVERIFY(says(*client, "maindlg: network state  ok\n"));
         endByExitMessage(*client);
+        QCOMPARE(readFile(testHome() + QStringLiteral("/file")), QByteArray("in the way"));
     }
 
     void debugOutputCanBeSwitchedOff()

@@ -283,6 +283,7 @@ private slots:
         QCOMPARE(panel.password->objectName(), QStringLiteral("password"));
         QCOMPARE(panel.password->echoMode(), QLineEdit::Password);
         QCOMPARE(panel.folderCaption->text(), QStringLiteral("Orvel Storage folder will be created at:"));
+        QCOMPARE(panel.folderPath->text(), QDir::homePath() + QStringLiteral("/Orvel Storage"));
         QCOMPARE(panel.status->text(), QStringLiteral("Disconnected from the cloud."));
         QCOMPARE(panel.login->text(), QStringLiteral("Login"));
         QVERIFY(panel.autoUpdate->isHidden());
