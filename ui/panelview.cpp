@@ -5,11 +5,6 @@
 namespace
 {
 
-QString tr(const char* text)
-{
-    return QCoreApplication::translate("DialogCld", text);
-}
-
 QString bold(const QString& text)
 {
     return QStringLiteral("<b>") + text + QStringLiteral("</b>");
@@ -18,12 +13,12 @@ QString bold(const QString& text)
 PanelView loggedIn()
 {
     PanelView view;
-    view.heading = bold(tr("Settings"));
+    view.heading = bold(QCoreApplication::translate("DialogCld", "Settings"));
     view.folderVisible = true;
     view.pickFolderVisible = true;
     view.updateVisible = true;
     view.loginEnabled = true;
-    view.loginText = tr("Confirm");
+    view.loginText = QCoreApplication::translate("DialogCld", "Confirm");
     view.status = QString();
     return view;
 }
@@ -37,9 +32,9 @@ PanelView loggedOut(bool accountKnown, int attempts, const QString& heading)
     view.folderVisible = !accountKnown;
     view.pickFolderVisible = !accountKnown;
     view.loginEnabled = true;
-    view.loginText = tr("Login");
+    view.loginText = QCoreApplication::translate("DialogCld", "Login");
     if (!accountKnown)
-        view.status = attempts > 0 ? tr("Login unsuccessful.") : QString();
+        view.status = attempts > 0 ? QCoreApplication::translate("DialogCld", "Login unsuccessful.") : QString();
     return view;
 }
 
@@ -51,8 +46,8 @@ PanelView offline(bool accountKnown, const QString& heading)
     view.pickFolderVisible = false;
     if (accountKnown)
         view.folderVisible = false;
-    view.loginText = tr("Login");
-    view.status = tr("Disconnected from the cloud.");
+    view.loginText = QCoreApplication::translate("DialogCld", "Login");
+    view.status = QCoreApplication::translate("DialogCld", "Disconnected from the cloud.");
     return view;
 }
 
@@ -61,7 +56,8 @@ PanelView offline(bool accountKnown, const QString& heading)
 std::optional<PanelView> panelView(const QString& netState, bool accountKnown, int attempts,
                                    const QString& applicationName)
 {
-    const QString accountHeading = bold(applicationName + QLatin1Char(' ') + tr("account"));
+    const QString accountHeading =
+        bold(applicationName + QLatin1Char(' ') + QCoreApplication::translate("DialogCld", "account"));
     if (netState == QLatin1String("ok"))
         return loggedIn();
     if (netState == QLatin1String("logout"))

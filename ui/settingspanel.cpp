@@ -21,11 +21,6 @@ constexpr int minimumWidth = 460;  // pixels
 constexpr int panelSpacing = 10;   // pixels
 constexpr int buttonMinWidth = 96; // pixels
 
-QString tr(const char* text)
-{
-    return QCoreApplication::translate("DialogCld", text);
-}
-
 QFrame* makeSeparator()
 {
     auto* line = new QFrame;
@@ -44,17 +39,19 @@ SettingsPanel SettingsPanel::build(QDialog* dialog, QCheckBox* startupBox, const
     layout->setContentsMargins(margin, margin, margin, margin);
     layout->setSpacing(panelSpacing);
 
-    panel.heading = new QLabel(QStringLiteral("<b>") + tr("Orvel Storage account") + QStringLiteral("</b>"));
+    panel.heading =
+        new QLabel(QStringLiteral("<b>") + QCoreApplication::translate("DialogCld", "Orvel Storage account") +
+                   QStringLiteral("</b>"));
     layout->addWidget(panel.heading);
 
     auto* credentials = new QGridLayout;
-    panel.usernameCaption = new QLabel(tr("Email:"));
+    panel.usernameCaption = new QLabel(QCoreApplication::translate("DialogCld", "Email:"));
     panel.username = new QLineEdit(savedUsername);
     panel.username->setObjectName(QStringLiteral("username"));
     panel.usernameCaption->setBuddy(panel.username);
     credentials->addWidget(panel.usernameCaption, 0, 0);
     credentials->addWidget(panel.username, 0, 1);
-    panel.passwordCaption = new QLabel(tr("Password:"));
+    panel.passwordCaption = new QLabel(QCoreApplication::translate("DialogCld", "Password:"));
     panel.password = new QLineEdit;
     panel.password->setObjectName(QStringLiteral("password"));
     panel.password->setEchoMode(QLineEdit::Password);
@@ -81,7 +78,7 @@ SettingsPanel SettingsPanel::build(QDialog* dialog, QCheckBox* startupBox, const
     auto* folderRow = new QHBoxLayout;
     panel.folderPath = new QLineEdit;
     panel.folderPath->setReadOnly(true);
-    panel.pickFolder = new QPushButton(tr("Pick folder"));
+    panel.pickFolder = new QPushButton(QCoreApplication::translate("DialogCld", "Pick folder"));
     panel.pickFolder->setAutoDefault(false);
     folderRow->addWidget(panel.folderPath);
     folderRow->addWidget(panel.pickFolder);
@@ -91,7 +88,7 @@ SettingsPanel SettingsPanel::build(QDialog* dialog, QCheckBox* startupBox, const
     panel.folderCaption->setBuddy(panel.folderPath);
     settings->addWidget(panel.folderCaption, FolderCaptionRow, 0);
 
-    panel.autoUpdate = new QCheckBox(tr("Check for updates automatically"));
+    panel.autoUpdate = new QCheckBox(QCoreApplication::translate("DialogCld", "Check for updates automatically"));
     panel.autoUpdate->hide();
     settings->addWidget(panel.autoUpdate, AutoUpdateRow, 0);
 
@@ -106,9 +103,9 @@ SettingsPanel SettingsPanel::build(QDialog* dialog, QCheckBox* startupBox, const
     layout->addStretch(1);
 
     auto* bottom = new QHBoxLayout;
-    panel.status = new QLabel(tr("Disconnected from the cloud."));
+    panel.status = new QLabel(QCoreApplication::translate("DialogCld", "Disconnected from the cloud."));
     panel.status->setWordWrap(true);
-    panel.login = new QPushButton(tr("Login"));
+    panel.login = new QPushButton(QCoreApplication::translate("DialogCld", "Login"));
     panel.login->setDefault(true);
     panel.login->setMinimumWidth(buttonMinWidth);
     bottom->addWidget(panel.status, 1);
@@ -116,7 +113,8 @@ SettingsPanel SettingsPanel::build(QDialog* dialog, QCheckBox* startupBox, const
     layout->addLayout(bottom);
 
     if (rootPath.isEmpty()) {
-        panel.folderCaption->setText(tr("Orvel Storage folder will be created at:"));
+        panel.folderCaption->setText(
+            QCoreApplication::translate("DialogCld", "Orvel Storage folder will be created at:"));
     } else {
         panel.showFolder(rootPath);
     }
@@ -157,6 +155,6 @@ void SettingsPanel::show(const PanelView& view) const
 
 void SettingsPanel::showFolder(const QString& path) const
 {
-    folderCaption->setText(tr("Orvel Storage is at:"));
+    folderCaption->setText(QCoreApplication::translate("DialogCld", "Orvel Storage is at:"));
     folderPath->setText(path);
 }

@@ -8,22 +8,19 @@ namespace
 constexpr int bytesPerKilobyte = 1024;
 constexpr int secondsPerMinute = 60;
 
-QString tr(const char* text)
-{
-    return QCoreApplication::translate("DialogCld", text);
-}
-
 QString transferLines(const EngineState& state)
 {
     QString lines;
     if (state.uploads > 0)
-        lines += QStringLiteral("%1").arg(state.uploads) + tr(" files are uploading to the cloud") + QLatin1Char('\n');
+        lines += QStringLiteral("%1").arg(state.uploads) +
+                 QCoreApplication::translate("DialogCld", " files are uploading to the cloud") + QLatin1Char('\n');
     if (state.downloads > 0)
-        lines +=
-            QStringLiteral("%1").arg(state.downloads) + tr(" files are downloading from the cloud") + QLatin1Char('\n');
+        lines += QStringLiteral("%1").arg(state.downloads) +
+                 QCoreApplication::translate("DialogCld", " files are downloading from the cloud") + QLatin1Char('\n');
     if (state.bps > 0)
         lines += QStringLiteral("%1 kB/sec, ").arg(state.bps / bytesPerKilobyte) +
-                 tr("time remaining %1 min").arg(state.timeRemaining / secondsPerMinute);
+                 QCoreApplication::translate("DialogCld", "time remaining %1 min")
+                     .arg(state.timeRemaining / secondsPerMinute);
     return lines;
 }
 
@@ -33,11 +30,13 @@ std::optional<TrayStatus> trayStatus(const EngineState& state, const QString& ti
 {
     const QString head = title + QLatin1Char('\n');
     if (state.netState == QLatin1String("ok"))
-        return TrayStatus{QStringLiteral(":/online36.png"), head + tr("Sync done")};
+        return TrayStatus{QStringLiteral(":/online36.png"),
+                          head + QCoreApplication::translate("DialogCld", "Sync done")};
     if (state.netState == QLatin1String("transferring"))
         return TrayStatus{QStringLiteral(":/sync36.png"), head + transferLines(state)};
     // Slovenian on purpose, as it always was: the source text of its translations.
     if (state.netState == QLatin1String("offline") || state.netState == QLatin1String("logout"))
-        return TrayStatus{QStringLiteral(":/offline36.png"), head + tr("Internetna povezava je prekinjena")};
+        return TrayStatus{QStringLiteral(":/offline36.png"),
+                          head + QCoreApplication::translate("DialogCld", "Internetna povezava je prekinjena")};
     return std::nullopt;
 }

@@ -5,29 +5,19 @@
 namespace webpages
 {
 
-namespace
-{
-
-QString tr(const char* text)
-{
-    return QCoreApplication::translate("DialogCld", text);
-}
-
-} // namespace
-
 QUrl homepage(const QString& webSite)
 {
-    return QUrl(tr("https://") + webSite + tr("/kesta/vse"));
+    return QUrl(QStringLiteral("https://") + webSite + QCoreApplication::translate("DialogCld", "/kesta/vse"));
 }
 
 QUrl orderPage(const QString& webSite)
 {
-    return QUrl(tr("https://") + webSite + tr("/narocanje-kesta"));
+    return QUrl(QStringLiteral("https://") + webSite + QCoreApplication::translate("DialogCld", "/narocanje-kesta"));
 }
 
 QUrl help(const QString& webSite)
 {
-    return QUrl(tr("http://") + webSite + tr("/kesta/pomoc"));
+    return QUrl(QStringLiteral("http://") + webSite + QCoreApplication::translate("DialogCld", "/kesta/pomoc"));
 }
 
 QUrl folder(const QString& path)
@@ -43,8 +33,8 @@ QUrl item(const QString& serverHost, const QList<quint64>& ids, const QString& a
     QString folders = QStringLiteral("/");
     for (const quint64 id : ids.mid(1, ids.size() - 2))
         folders += QString::number(id) + QLatin1Char('/');
-    return QUrl(QStringLiteral("http://") + serverHost + tr("/datoteke/vse") + folders + QLatin1Char('#') + action +
-                QLatin1Char('=') + QString::number(ids.last()));
+    return QUrl(QStringLiteral("http://") + serverHost + QCoreApplication::translate("DialogCld", "/datoteke/vse") +
+                folders + QLatin1Char('#') + action + QLatin1Char('=') + QString::number(ids.last()));
 }
 
 } // namespace webpages
