@@ -1,8 +1,10 @@
 #include "shell/placement.h"
+#include "shell/placementbookmarks.h"
+#include "shell/placementfiles.h"
 
 #include <QDir>
 #include <QFile>
-#include <QFileInfo>
+#include <QProcess>
 #include <QSaveFile>
 #include <QStandardPaths>
 
@@ -12,41 +14,198 @@ namespace placement
 namespace
 {
 
-/// An argument of a desktop entry's command line: quoted, and with its field codes made harmless.
-QString quoted(QString argument)
+QString configFile(const QString& name)
 {
-    for (const char reserved : {'\\', '"', '`', '$'})
-        argument.replace(QLatin1Char(reserved), QLatin1String("\\") + QLatin1Char(reserved));
-    argument.replace(QLatin1Char('%'), QLatin1String("%%"));
-    return QLatin1Char('"') + argument + QLatin1Char('"');
+    return QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) + QLatin1Char('/') + name;
 }
 
-/// A value of a desktop entry, in which the backslash starts an escape.
-QString escaped(QString value)
+QString dataFile(const QString& name)
 {
-    return value.replace(QLatin1Char('\\'), QLatin1String("\\\\"));
+    return QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation) + QLatin1Char('/') + name;
 }
+
+/// Replaces a file in one step, and makes the directories that lead there.
+bool replaceFile(const QString& path, const QByteArray& content)
+{
+    QDir().mkpath(QFileInfo(path).path());
+    QSaveFile file(path);
+    return file.open(QIODevice::WriteOnly) && file.write(content) == content.size() && file.commit();
+}
+
+/// Null for a file that is not there or may not be read.
+QByteArray contentOf(const QString& path)
+{
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        return {};
+    const QByteArray content = file.readAll();
+    return content.isNull() ? QByteArray("") : content;
+}
+
+bool isKde()
+{
+    return qEnvironmentVariable("XDG_CURRENT_DESKTOP").split(QLatin1Char(':')).contains(QStringLiteral("KDE"));
+}
+
+/// For KDE's file manager, which knows no other way than a file in the folder. That file reaches the cloud
+/// and the user's other computers like every other one, so there is none on other desktops, and it names
+/// an icon of the theme and no path: its content is the same on all computers, and none replaces what
+/// another one wrote.
+void writeDirectoryFile(const QDir& root)
+{
+    QFile file(root.filePath(QStringLiteral(".directory")));
+    if (file.open(QIODevice::WriteOnly | QIODevice::NewOnly))
+        file.write("[Desktop Entry]\nIcon=folder-cloud\n");
+}
+
+/// For the file managers that stand on GIO. They keep this with the user and not in the folder. An icon
+/// that the folder has already is the user's choice.
+void setCustomIcon(const QDir& root, const QString& icon)
+{
+    if (icon.isEmpty() || !root.exists() || QStandardPaths::findExecutable(QStringLiteral("gio")).isEmpty())
+        return;
+    QProcess process;
+    process.setProgram(QStringLiteral("/bin/sh"));
+    process.setArguments(
+        {QStringLiteral("-c"),
+         QStringLiteral("gio info -a metadata::custom-icon \"$1\" | grep -q '^ *metadata::custom-icon:' ||"
+                        " gio set \"$1\" metadata::custom-icon \"$2\""),
+         QStringLiteral("sh"), root.absolutePath(), folderUrl(icon)});
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.setStandardOutputFile(QProcess::nullDevice());
+    process.setStandardErrorFile(QProcess::nullDevice());
+    process.startDetached();
+}
+
+/// One bookmark file of the user's, as long as a change takes.
+class Sidebar final
+{
+public:
+    using Reader = Bookmarks (*)(const QByteArray&);
+
+    /// A file that may be @p created takes part also when it is not there.
+    Sidebar(QString path, Reader read, bool created)
+        : m_path(std::move(path))
+        , m_content(contentOf(m_path))
+        , m_bookmarks(read(m_content))
+    {
+        const bool isAbsent = !QFileInfo::exists(m_path);
+        m_takesPart = m_bookmarks.isValid() && (isAbsent ? created : !m_content.isNull());
+    }
+
+    bool takesPart() const
+    {
+        return m_takesPart;
+    }
+
+    Bookmarks& bookmarks()
+    {
+        return m_bookmarks;
+    }
+
+    void save() const
+    {
+        const QByteArray content = m_bookmarks.content();
+        if (m_takesPart && content != m_content)
+            replaceFile(m_path, content);
+    }
+
+private:
+    QString m_path;
+    QByteArray m_content;
+    Bookmarks m_bookmarks;
+    bool m_takesPart = false;
+};
 
 } // namespace
 
-void setStartup(bool on, const QString& name, const QString& program)
+QString iconFile(const QString& program, const QString& dataDir)
 {
-    const QDir autostart(QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation) +
-                         QStringLiteral("/autostart"));
-    const QString path = autostart.filePath(name + QStringLiteral(".desktop"));
-    if (!on) {
+    Q_UNUSED(program)
+    QString path = dataDir + QStringLiteral("/orvel.png");
+    const QByteArray picture = contentOf(QStringLiteral(":/omri72@2x.png"));
+    if (picture.isEmpty() || (contentOf(path) != picture && !replaceFile(path, picture)))
+        return {};
+    return path;
+}
+
+void setStartup(bool on, const QString& name, const QString& program, const QString& icon)
+{
+    const QString path = configFile(QStringLiteral("autostart/%1.desktop").arg(name));
+    if (on)
+        replaceFile(path, autostartEntry(name, program, icon));
+    else
         QFile::remove(path);
-        return;
+}
+
+void setFolderIcon(const QDir& root, const QString& icon)
+{
+    if (isKde())
+        writeDirectoryFile(root);
+    setCustomIcon(root, icon);
+}
+
+struct Links::Shell
+{
+    /// GTK's file choosers and the file managers of GNOME, Xfce, MATE, Cinnamon and LXQt.
+    Sidebar gtk{configFile(QStringLiteral("gtk-3.0/bookmarks")), Bookmarks::fromGtk, true};
+    /// KDE's. Only where the file exists: KDE puts its own places into the list when it makes that file,
+    /// and would find one without them.
+    Sidebar kde{dataFile(QStringLiteral("user-places.xbel")), Bookmarks::fromPlaces, false};
+};
+
+Links::Links()
+    : m_shell(std::make_unique<Shell>())
+{
+}
+
+Links::~Links()
+{
+    m_shell->gtk.save();
+    m_shell->kde.save();
+}
+
+QString Links::linkTo(const QDir& root) const
+{
+    return folderUrl(root.absolutePath());
+}
+
+bool Links::exists(const QString& link) const
+{
+    const QString folder = folderOfUrl(link);
+    bool found = false;
+    for (Sidebar* sidebar : {&m_shell->gtk, &m_shell->kde}) {
+        if (!sidebar->takesPart())
+            continue;
+        if (!sidebar->bookmarks().contains(folder))
+            return false;
+        found = true;
     }
-    autostart.mkpath(QStringLiteral("."));
-    QSaveFile file(path);
-    if (!file.open(QIODevice::WriteOnly))
+    return found;
+}
+
+void Links::remove(const QString& link)
+{
+    const QString folder = folderOfUrl(link);
+    if (folder.isEmpty()) // not a link of this desktop
         return;
-    // The client finds the engine from its current directory, which is the installation's.
-    const QString entry = QStringLiteral("[Desktop Entry]\nType=Application\nName=%1\nExec=%2\nPath=%3\n")
-                              .arg(escaped(name), escaped(quoted(program)), escaped(QFileInfo(program).path()));
-    file.write(entry.toUtf8());
-    file.commit();
+    m_shell->gtk.bookmarks().remove(folder);
+    m_shell->kde.bookmarks().remove(folder);
+}
+
+bool Links::create(const QString& link, const QDir& root, const QString& icon)
+{
+    Q_UNUSED(root)
+    const QString folder = folderOfUrl(link);
+    if (folder.isEmpty())
+        return false;
+    Bookmarks& gtk = m_shell->gtk.bookmarks();
+    Bookmarks& kde = m_shell->kde.bookmarks();
+    if (!gtk.contains(folder))
+        gtk.add(folder, Bookmarks::gtkEntry(folder));
+    if (!kde.contains(folder))
+        kde.add(folder, Bookmarks::placesEntry(folder, icon));
+    return m_shell->gtk.takesPart() || m_shell->kde.takesPart();
 }
 
 } // namespace placement

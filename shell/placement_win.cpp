@@ -1,8 +1,19 @@
+#include "shell/placement_win.h"
 #include "shell/placement.h"
+#include "shell/placementfiles.h"
 
 #include <QDir>
 #include <QFile>
 #include <QSettings>
+#include <QSysInfo>
+
+#include <windows.h>
+
+#include <objbase.h>
+#include <shlobj.h>
+#include <shlwapi.h>
+
+#include <string>
 
 namespace placement
 {
@@ -10,23 +21,152 @@ namespace placement
 namespace
 {
 
-QString shellFolder(const QString& value)
+QString shellFolder(const QString& name)
 {
-    const QSettings folders(QStringLiteral("HKEY_CURRENT_USER\\Software\\Microsoft\\Windows\\CurrentVersion\\"
-                                           "Explorer\\Shell Folders"),
-                            QSettings::NativeFormat);
-    return folders.value(value).toString();
+    const QSettings folders(windowsShell().shellFoldersKey, QSettings::NativeFormat);
+    return folders.value(name).toString();
+}
+
+std::wstring native(const QString& path)
+{
+    return QDir::toNativeSeparators(path).toStdWString();
+}
+
+/// COM on this thread. What somebody else had begun before is left to him to end.
+class Com final
+{
+    Q_DISABLE_COPY_MOVE(Com)
+
+public:
+    Com() = default;
+    ~Com()
+    {
+        if (m_result == S_OK)
+            CoUninitialize();
+    }
+
+private:
+    HRESULT m_result = CoInitialize(nullptr);
+};
+
+struct Release
+{
+    void operator()(IUnknown* object) const
+    {
+        object->Release();
+    }
+};
+template<typename Interface>
+using ComPointer = std::unique_ptr<Interface, Release>;
+
+ComPointer<IShellLinkW> createShellLink()
+{
+    void* link = nullptr;
+    if (FAILED(CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_IShellLinkW, &link)))
+        return nullptr;
+    return ComPointer<IShellLinkW>(static_cast<IShellLinkW*>(link));
+}
+
+ComPointer<IPersistFile> fileOf(IShellLinkW& link)
+{
+    void* file = nullptr;
+    if (FAILED(link.QueryInterface(IID_IPersistFile, &file)))
+        return nullptr;
+    return ComPointer<IPersistFile>(static_cast<IPersistFile*>(file));
+}
+
+bool isWindowsXp()
+{
+    QT_WARNING_PUSH
+    QT_WARNING_DISABLE_DEPRECATED // its successor does not know the old ones
+        return QSysInfo::windowsVersion() == QSysInfo::WV_XP;
+    QT_WARNING_POP
 }
 
 } // namespace
 
-void setStartup(bool on, const QString& name, const QString& program)
+WindowsShell& windowsShell()
 {
-    const QString shortcut = shellFolder(QStringLiteral("Startup")) + QLatin1Char('\\') + name + QStringLiteral(".lnk");
+    static WindowsShell shell{QStringLiteral("HKEY_CURRENT_USER\\Software\\Microsoft\\Windows\\CurrentVersion\\"
+                                             "Explorer\\Shell Folders"),
+                              isWindowsXp()};
+    return shell;
+}
+
+QString iconFile(const QString& program, const QString& dataDir)
+{
+    Q_UNUSED(dataDir)
+    return program;
+}
+
+void setStartup(bool on, const QString& name, const QString& program, const QString& icon)
+{
+    Q_UNUSED(icon) // a shortcut shows the icon of its program
+    const QString folder = shellFolder(QStringLiteral("Startup"));
+    if (folder.isEmpty())
+        return;
+    const QString shortcut = shortcutPath(folder, name);
     if (on)
         QFile::link(QDir::toNativeSeparators(program), shortcut);
     else
         QFile::remove(shortcut);
+}
+
+void setFolderIcon(const QDir& root, const QString& icon)
+{
+    const QString path = root.path() + QStringLiteral("/desktop.ini");
+    QFile file(path);
+    if (file.open(QIODevice::WriteOnly))
+        file.write(desktopIni(icon));
+    file.close();
+    // Only with these will Explorer read the file.
+    SetFileAttributesW(native(path).c_str(), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
+    PathMakeSystemFolderW(native(root.path()).c_str());
+}
+
+struct Links::Shell
+{
+    ShortcutPlace place = shortcutPlace(windowsShell().isXp);
+    QString folder = shellFolder(place.folder);
+};
+
+Links::Links()
+    : m_shell(std::make_unique<Shell>())
+{
+}
+
+Links::~Links() = default;
+
+QString Links::linkTo(const QDir& root) const
+{
+    return shortcutPath(m_shell->folder, root.dirName());
+}
+
+bool Links::exists(const QString& link) const
+{
+    return QFile::exists(link);
+}
+
+void Links::remove(const QString& link)
+{
+    QFile::remove(link);
+}
+
+bool Links::create(const QString& link, const QDir& root, const QString& icon)
+{
+    if (m_shell->folder.isEmpty())
+        return false;
+    const Com com;
+    const ComPointer<IShellLinkW> shellLink = createShellLink();
+    if (!shellLink)
+        return false;
+    shellLink->SetPath(native(root.path()).c_str());
+    shellLink->SetIconLocation(native(icon).c_str(), m_shell->place.iconIndex);
+    const ComPointer<IPersistFile> file = fileOf(*shellLink);
+    if (!file)
+        return false;
+    file->Save(link.toStdWString().c_str(), TRUE);
+    return true;
 }
 
 } // namespace placement

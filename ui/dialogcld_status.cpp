@@ -1,6 +1,5 @@
 #include "base/log.h"
 #include "engine/servercomm.h"
-#include "shell/placement.h"
 #include "syncfolder/syncfolder.h"
 #include "ui/dialogcld.h"
 #include "ui/mymenu.h"
@@ -9,7 +8,6 @@
 
 #include <QAction>
 #include <QCoreApplication>
-#include <QSettings>
 
 namespace
 {
@@ -76,20 +74,4 @@ void DialogCld::aboutToDie()
 {
     m_quitting = true;
     m_server->toggleServer(false);
-}
-
-void DialogCld::rootsChanged(QList<QDir>& roots)
-{
-    ORVEL_LOG << "maindlg:"
-              << "rootschanged " << roots.size();
-    for (const QDir& root : qAsConst(roots))
-        m_panel.showFolder(root.path());
-}
-
-void DialogCld::toggleStartUp(bool on)
-{
-    ORVEL_LOG << "maindlg:"
-              << "Toggle startup " << base::text(on);
-    placement::setStartup(on, QCoreApplication::applicationName(), QCoreApplication::applicationFilePath());
-    QSettings().setValue(QStringLiteral("runstartup"), on ? 1 : 0);
 }

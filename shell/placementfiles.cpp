@@ -1,0 +1,71 @@
+#include "shell/placementfiles.h"
+
+#include <QFileInfo>
+
+namespace placement
+{
+
+namespace
+{
+
+/// An argument of a desktop entry's command line: quoted, and with its field codes made harmless.
+QString quoted(QString argument)
+{
+    for (const char reserved : {'\\', '"', '`', '$'})
+        argument.replace(QLatin1Char(reserved), QLatin1String("\\") + QLatin1Char(reserved));
+    argument.replace(QLatin1Char('%'), QLatin1String("%%"));
+    return QLatin1Char('"') + argument + QLatin1Char('"');
+}
+
+/// A value of a desktop entry: in one line, with the backslash starting an escape. Blanks before it would
+/// be skipped.
+QString escaped(QString value)
+{
+    value.replace(QLatin1Char('\\'), QLatin1String("\\\\"));
+    value.replace(QLatin1Char('\n'), QLatin1String("\\n"));
+    value.replace(QLatin1Char('\r'), QLatin1String("\\r"));
+    value.replace(QLatin1Char('\t'), QLatin1String("\\t"));
+    if (value.startsWith(QLatin1Char(' ')))
+        value.replace(0, 1, QLatin1String("\\s"));
+    return value;
+}
+
+QByteArray line(const char* key, const QString& value)
+{
+    return QByteArray(key) + '=' + escaped(value).toUtf8() + '\n';
+}
+
+} // namespace
+
+QByteArray desktopIni(const QString& program)
+{
+    return "[.ShellClassInfo]\n"
+           "IconFile=" +
+           program.toLocal8Bit() +
+           "\r\n"
+           "IconIndex=1\n";
+}
+
+QString shortcutPath(const QString& folder, const QString& name)
+{
+    return folder + QLatin1Char('\\') + name + QStringLiteral(".lnk");
+}
+
+ShortcutPlace shortcutPlace(bool windowsXp)
+{
+    if (windowsXp)
+        return {QStringLiteral("Desktop"), 1};
+    return {QStringLiteral("{BFB9D5E0-C6A9-404C-B2B2-AE6DB6AF4968}"), 0};
+}
+
+QByteArray autostartEntry(const QString& name, const QString& program, const QString& icon)
+{
+    QByteArray entry = "[Desktop Entry]\nType=Application\n" + line("Name", name) + line("Exec", quoted(program));
+    // The client finds the engine from its current directory, which is the installation's.
+    entry += line("Path", QFileInfo(program).path());
+    if (!icon.isEmpty())
+        entry += line("Icon", icon);
+    return entry + "Terminal=false\nX-GNOME-Autostart-enabled=true\n";
+}
+
+} // namespace placement
