@@ -13,6 +13,16 @@ namespace
 
 constexpr int alreadyRunning = 1;
 
+/// The program speaks Slovenian wherever it has the translation; readers of English can ask for the source
+/// texts, whose own translation knows nothing but the plural forms.
+void loadTexts(QTranslator& translator)
+{
+    if (qEnvironmentVariable("ORVEL_LANGUAGE") == QLatin1String("en"))
+        translator.load(QStringLiteral(":/language-en"));
+    else
+        translator.load(QLocale(QLocale::Slovenian, QLocale::AnyCountry), QStringLiteral(":/language"));
+}
+
 /// Where segments outlive their process, that of a killed client stays behind. Whoever lets go of such a
 /// segment last removes it; one that a living client holds stays.
 void releaseAbandoned(QSharedMemory& lock)
@@ -30,7 +40,7 @@ int main(int argc, char* argv[])
     QApplication application(argc, argv);
 
     QTranslator translator;
-    translator.load(QLocale(QLocale::Slovenian, QLocale::AnyCountry), QStringLiteral(":/language"));
+    loadTexts(translator);
     QCoreApplication::installTranslator(&translator);
     ORVEL_LOG << "Ran " << argv[0];
 

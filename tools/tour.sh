@@ -121,6 +121,7 @@ rm -rf "$shots" "$folder" "$home/cloud" "$home/.local/share/orvel" "$home/.confi
 mkdir -p "$shots"
 in_trial_home "$home"
 export ORVEL_LOCAL_CLOUD=$home/cloud
+export ORVEL_LANGUAGE=${ORVEL_LANGUAGE-en} # the names of windows below are English
 # Where the path would be too long for a socket, the temporary files go elsewhere.
 if ((${#TMPDIR} > 80)); then TMPDIR=$(mktemp -d /tmp/orvel-tour.XXXXXX); export TMPDIR; fi
 

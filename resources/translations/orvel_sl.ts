@@ -1,0 +1,346 @@
+<?xml version="1.0" encoding="utf-8"?>
+<!DOCTYPE TS>
+<TS version="2.1" language="sl" sourcelanguage="en">
+<context>
+    <name>Account</name>
+    <message>
+        <source>Login</source>
+        <translation>Prijava</translation>
+    </message>
+    <message>
+        <source>Email</source>
+        <translation>E-pošta</translation>
+    </message>
+    <message>
+        <source>Password</source>
+        <translation>Geslo</translation>
+    </message>
+    <message>
+        <source>Logout</source>
+        <translation>Odjava</translation>
+    </message>
+    <message>
+        <source>Disconnected from server.</source>
+        <translation>Ni povezave s strežnikom.</translation>
+    </message>
+</context>
+<context>
+    <name>DialogCld</name>
+    <message>
+        <source>Velmora d.d.</source>
+        <translation>Velmora d.d.</translation>
+    </message>
+    <message>
+        <source>Orvel Storage</source>
+        <translation>Orvel Storage</translation>
+    </message>
+    <message>
+        <source>Run Orvel Storage at system startup.</source>
+        <translation>Zaženi Orvel Storage ob zagonu računalnika.</translation>
+    </message>
+    <message>
+        <source>Open Orvel Storage folder</source>
+        <translation>Odpri mapo Orvel Storage</translation>
+    </message>
+    <message>
+        <source>Open Orvel Storage web site</source>
+        <translation>Odpri spletno stran Orvel Storage</translation>
+    </message>
+    <message>
+        <source>Stop sync</source>
+        <translation>Ustavi sinhronizacijo</translation>
+    </message>
+    <message>
+        <source>Settings</source>
+        <translation>Nastavitve</translation>
+    </message>
+    <message>
+        <source>Guide</source>
+        <translation>Vodnik</translation>
+    </message>
+    <message>
+        <source>Help</source>
+        <translation>Pomoč</translation>
+    </message>
+    <message>
+        <source>Check for updates</source>
+        <translation>Preveri posodobitve</translation>
+    </message>
+    <message>
+        <source>Exit</source>
+        <translation>Izhod</translation>
+    </message>
+    <message>
+        <source>Continue sync</source>
+        <translation>Nadaljuj sinhronizacijo</translation>
+    </message>
+    <message>
+        <source>Pick Orvel Storage folder</source>
+        <translation>Izberi mapo Orvel Storage</translation>
+    </message>
+    <message>
+        <source>Error</source>
+        <translation>Napaka</translation>
+    </message>
+    <message>
+        <source>Folder named</source>
+        <translation>Mapa z imenom</translation>
+    </message>
+    <message>
+        <source>already exists.</source>
+        <translation>že obstaja.</translation>
+    </message>
+    <message>
+        <source>Confirm</source>
+        <translation>Potrdi</translation>
+    </message>
+    <message>
+        <source>free out of</source>
+        <translation>prosto od</translation>
+    </message>
+    <message>
+        <source>Change package</source>
+        <translation>Zamenjaj paket</translation>
+    </message>
+    <message>
+        <source>Login</source>
+        <translation>Prijava</translation>
+    </message>
+    <message>
+        <source>Login unsuccessful.</source>
+        <translation>Prijava ni uspela.</translation>
+    </message>
+    <message>
+        <source>Disconnected from the cloud.</source>
+        <translation>Ni povezave z oblakom.</translation>
+    </message>
+    <message>
+        <source>account</source>
+        <translation>račun</translation>
+    </message>
+    <message>
+        <source>Orvel Storage account</source>
+        <translation>Račun Orvel Storage</translation>
+    </message>
+    <message>
+        <source>Email:</source>
+        <translation>E-pošta:</translation>
+    </message>
+    <message>
+        <source>Password:</source>
+        <translation>Geslo:</translation>
+    </message>
+    <message>
+        <source>Pick folder</source>
+        <translation>Izberi mapo</translation>
+    </message>
+    <message>
+        <source>Check for updates automatically</source>
+        <translation>Samodejno preverjaj posodobitve</translation>
+    </message>
+    <message>
+        <source>Orvel Storage folder will be created at:</source>
+        <translation>Mapa Orvel Storage bo ustvarjena tu:</translation>
+    </message>
+    <message>
+        <source>Orvel Storage is at:</source>
+        <translation>Mapa Orvel Storage je tu:</translation>
+    </message>
+    <message numerus="yes">
+        <source> files are uploading to the cloud</source>
+        <translation>
+            <numerusform> datoteka se prenaša v oblak</numerusform>
+            <numerusform> datoteki se prenašata v oblak</numerusform>
+            <numerusform> datoteke se prenašajo v oblak</numerusform>
+            <numerusform> datotek se prenaša v oblak</numerusform>
+        </translation>
+    </message>
+    <message numerus="yes">
+        <source> files are downloading from the cloud</source>
+        <translation>
+            <numerusform> datoteka se prenaša iz oblaka</numerusform>
+            <numerusform> datoteki se prenašata iz oblaka</numerusform>
+            <numerusform> datoteke se prenašajo iz oblaka</numerusform>
+            <numerusform> datotek se prenaša iz oblaka</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>time remaining %1 min</source>
+        <translation>še približno %1 min</translation>
+    </message>
+    <message>
+        <source>Sync done</source>
+        <translation>Vse je usklajeno</translation>
+    </message>
+    <message>
+        <source>Internetna povezava je prekinjena</source>
+        <translation>Internetna povezava je prekinjena</translation>
+    </message>
+    <message>
+        <source>/kesta/vse</source>
+        <translation>/kesta/vse</translation>
+    </message>
+    <message>
+        <source>/narocanje-kesta</source>
+        <translation>/narocanje-kesta</translation>
+    </message>
+    <message>
+        <source>/kesta/pomoc</source>
+        <translation>/kesta/pomoc</translation>
+    </message>
+    <message>
+        <source>/datoteke/vse</source>
+        <translation>/datoteke/vse</translation>
+    </message>
+</context>
+<context>
+    <name>Guide</name>
+    <message>
+        <source>Skip guide</source>
+        <translation>Preskoči vodnik</translation>
+    </message>
+    <message>
+        <source>Next</source>
+        <translation>Naprej</translation>
+    </message>
+    <message>
+        <source>Back</source>
+        <translation>Nazaj</translation>
+    </message>
+    <message>
+        <source>Orvel Storage is a special folder on your computer.....</source>
+        <translation>Orvel Storage je posebna mapa na vašem računalniku. Kar shranite vanjo, se samo prenese v oblak in od tam na vse vaše druge naprave. Z datotekami delate tako kot v vsaki drugi mapi: odpirate jih, spreminjate in brišete, Orvel Storage pa poskrbi, da so povsod enake.</translation>
+    </message>
+    <message>
+        <source>There are three posible state of the destop app....</source>
+        <translation>Ikona v opravilni vrstici vam pove, kaj se dogaja. Kljukica: vse je usklajeno. Puščici: datoteke se ravno prenašajo; koliko jih še čaka, izveste, če se z miško ustavite na ikoni. Siva ikona s križcem: z oblakom ni povezave. Brez skrbi, spremembe vas počakajo in se prenesejo, ko bo povezava spet vzpostavljena.</translation>
+    </message>
+    <message>
+        <source>Default setting for auto startup at login....</source>
+        <translation>Orvel Storage se zažene skupaj z računalnikom, zato so vaše datoteke vedno sveže. Če tega ne želite, v nastavitvah odstranite kljukico pri »Zaženi Orvel Storage ob zagonu računalnika.« Program lahko potem kadarkoli zaženete sami.</translation>
+    </message>
+    <message>
+        <source>Enjoy using ....</source>
+        <translation>To je vse! Z desnim klikom na ikono odprete meni, z levim pa svojo mapo. Veliko veselja z Orvel Storage!</translation>
+    </message>
+    <message>
+        <source>Welcome to Orvel Storage</source>
+        <translation>Dobrodošli v Orvel Storage</translation>
+    </message>
+    <message numerus="yes">
+        <source>Step %n</source>
+        <translation>
+            <numerusform>Korak %n</numerusform>
+            <numerusform>Korak %n</numerusform>
+            <numerusform>Korak %n</numerusform>
+            <numerusform>Korak %n</numerusform>
+        </translation>
+    </message>
+    <message numerus="yes">
+        <source>of %n</source>
+        <translation>
+            <numerusform>od %n</numerusform>
+            <numerusform>od %n</numerusform>
+            <numerusform>od %n</numerusform>
+            <numerusform>od %n</numerusform>
+        </translation>
+    </message>
+    <message>
+        <source>Skip Guide</source>
+        <translation>Preskoči vodnik</translation>
+    </message>
+    <message>
+        <source>Close guide</source>
+        <translation>Zapri vodnik</translation>
+    </message>
+</context>
+<context>
+    <name>PickHomepath</name>
+    <message>
+        <source>Error</source>
+        <translation>Napaka</translation>
+    </message>
+    <message>
+        <source>Orvel Storage folder was not found. Was it moved/renamed or deleted?</source>
+        <translation>Mape Orvel Storage ni mogoče najti. Ste jo premaknili, preimenovali ali izbrisali?</translation>
+    </message>
+    <message>
+        <source>Moved/renamed:</source>
+        <translation>Premaknjena ali preimenovana:</translation>
+    </message>
+    <message>
+        <source>Find</source>
+        <translation>Poišči</translation>
+    </message>
+    <message>
+        <source>Deleted:</source>
+        <translation>Izbrisana:</translation>
+    </message>
+    <message>
+        <source>Restore</source>
+        <translation>Obnovi</translation>
+    </message>
+    <message>
+        <source>Pick Orvel Storage folder</source>
+        <translation>Izberi mapo Orvel Storage</translation>
+    </message>
+</context>
+<context>
+    <name>PickRacun</name>
+    <message>
+        <source>Pick accunt</source>
+        <translation>Izberite račun</translation>
+    </message>
+    <message>
+        <source>Orvel Storage account</source>
+        <translation>Račun Orvel Storage</translation>
+    </message>
+    <message>
+        <source>Login</source>
+        <translation>Prijava</translation>
+    </message>
+</context>
+<context>
+    <name>ShareFolder</name>
+    <message>
+        <source>Find</source>
+        <translation>Poišči</translation>
+    </message>
+    <message>
+        <source>Folder sharing</source>
+        <translation>Deljenje mape</translation>
+    </message>
+    <message>
+        <source>Email of user</source>
+        <translation>E-pošta uporabnika</translation>
+    </message>
+    <message>
+        <source>OK</source>
+        <translation>V redu</translation>
+    </message>
+    <message>
+        <source>Path not found</source>
+        <translation>Te poti ni mogoče najti</translation>
+    </message>
+    <message>
+        <source>Only owner has the right to share folder with others</source>
+        <translation>Mapo lahko deli samo njen lastnik</translation>
+    </message>
+    <message>
+        <source>Folder above or below this one has already been shared</source>
+        <translation>Mapa nad to ali pod njo je že v skupni rabi</translation>
+    </message>
+    <message>
+        <source>Server error. Please try later.</source>
+        <translation>Napaka na strežniku. Poskusite znova pozneje.</translation>
+    </message>
+    <message>
+        <source>User does not exist</source>
+        <translation>Tega uporabnika ni</translation>
+    </message>
+    <message>
+        <source>Sharing succeeded</source>
+        <translation>Mapa je zdaj v skupni rabi</translation>
+    </message>
+</context>
+</TS>
