@@ -199,6 +199,8 @@ private slots:
     void changesWhileTheTreeIsReadAreReported();
     void renamesWhileTheTreeIsReadAreFollowed();
     void directoryMovedAwayBeforeItIsKnownIsFollowed();
+    void directoryMovedOutWhileItIsTakenUpIsNotReported();
+    void directoryReplacedByALinkIsNotFollowed();
     void fileUnderARootIsNoRoot();
     void linksAreNotFollowed();
     void rootMayBeALink();
@@ -369,6 +371,50 @@ void WinFileWatcherLinuxTest::directoryMovedAwayBeforeItIsKnownIsFollowed()
         EVENTUALLY(watch.hasReported(inRoot(directory)));
     }
     EVENTUALLY(watchCount() == directoriesIn(m_root).size() + 1);
+}
+
+void WinFileWatcherLinuxTest::directoryMovedOutWhileItIsTakenUpIsNotReported()
+{
+    const QString gone = m_outside + text("/leaving");
+    QVERIFY(QDir().mkpath(inRoot("a/leaving/deep")));
+    theSystem.watchBegins = [&](const QByteArray& name) {
+        if (name == "leaving") // opened already, and now out of sight
+            QDir().rename(inRoot("a/leaving"), gone);
+        return 0;
+    };
+    Watch watch({m_root});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    QVERIFY(QFile::exists(gone));
+    watch.forget();
+    writeFile(gone + text("/deep/file"), "content");
+    QVERIFY(watch.catchUp(m_markers));
+    for (const QString& directory : watch.reported())
+        QVERIFY2(directory.startsWith(m_markers), qPrintable(directory));
+    EVENTUALLY(watchCount() == directoriesIn(m_root).size() + 1);
+}
+
+void WinFileWatcherLinuxTest::directoryReplacedByALinkIsNotFollowed()
+{
+    QVERIFY(QDir().mkpath(m_outside + text("/deep")));
+    QVERIFY(QDir().mkpath(inRoot("a/one")));
+    QVERIFY(QDir().mkpath(inRoot("a/two")));
+    int taken = 0;
+    theSystem.watchBegins = [&](const QByteArray& name) {
+        // Both names have been read when the first of them is taken up.
+        if ((name == "one" || name == "two") && taken++ == 0) {
+            const QString other = name == "one" ? inRoot("a/two") : inRoot("a/one");
+            QDir().rmdir(other);
+            QFile::link(m_outside, other);
+        }
+        return 0;
+    };
+    Watch watch({m_root});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    EVENTUALLY(watchCount() == directoriesIn(m_root).size() + 1);
+    watch.stop();
+    QCOMPARE(taken, 1);
 }
 
 void WinFileWatcherLinuxTest::fileUnderARootIsNoRoot()
