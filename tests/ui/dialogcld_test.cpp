@@ -1,10 +1,8 @@
 #include "ui/dialogcld.h"
 
-#include "engine/servercomm.h"
 #include "syncfolder/syncfolder.h"
-#include "tests/support/fakeengine.h"
 #include "tests/support/metamethods.h"
-#include "tests/support/test.h"
+#include "tests/ui/windowtest.h"
 #include "ui/guide.h"
 #include "ui/pickracun.h"
 
@@ -24,91 +22,9 @@
 
 #include <memory>
 
-class DialogCldTest final : public Test
+class DialogCldTest final : public WindowTest
 {
     Q_OBJECT
-
-    std::unique_ptr<FakeEngine> m_engine;
-    std::unique_ptr<DialogCld> m_dialog;
-    QStringList m_opened;
-
-protected:
-    void setUp() override
-    {
-        m_engine = std::make_unique<FakeEngine>();
-        QDir::setCurrent(m_engine->installDir());
-        forgetNames();
-        QDesktopServices::setUrlHandler(QStringLiteral("https"), this, "recordUrl");
-        QDesktopServices::setUrlHandler(QStringLiteral("http"), this, "recordUrl");
-        QDesktopServices::setUrlHandler(QStringLiteral("file"), this, "recordUrl");
-        m_opened.clear();
-    }
-
-    void tearDown() override
-    {
-        m_dialog.reset();
-        m_engine.reset();
-        clientSettings().clear();
-        forgetNames();
-        for (const char* scheme : {"https", "http", "file"})
-            QDesktopServices::unsetUrlHandler(QLatin1String(scheme));
-    }
-
-private:
-    static void forgetNames()
-    {
-        QCoreApplication::setApplicationName(QString());
-        QCoreApplication::setOrganizationName(QString());
-    }
-
-    static QSettings& clientSettings()
-    {
-        static QSettings settings(QStringLiteral("Velmora d.d."), QStringLiteral("Orvel Storage"));
-        return settings;
-    }
-
-    DialogCld& create()
-    {
-        m_dialog.reset();
-        forgetNames();
-        m_dialog = std::make_unique<DialogCld>();
-        return *m_dialog;
-    }
-
-    void say(const QByteArray& line)
-    {
-        EVENTUALLY(m_engine->isConnected());
-        m_engine->say(line);
-    }
-
-    void sayState(const QByteArray& state, quint64 uid)
-    {
-        QSignalSpy changed(&m_dialog->server(), SIGNAL(netStateChanged()));
-        say("{\"what\":\"networkstate\",\"state\":\"" + state + "\",\"uid\":" + QByteArray::number(uid) + "}");
-        EVENTUALLY_EQUAL(changed.count(), 1);
-    }
-
-    QAction* action(int position) const
-    {
-        return m_dialog->tray().contextMenu()->actions().value(position);
-    }
-
-    bool showsIcon(const QString& resource) const
-    {
-        const QSize size(36, 36);
-        return m_dialog->tray().icon().pixmap(size).toImage() == QIcon(resource).pixmap(size).toImage();
-    }
-
-    bool engineReads(const QByteArray& bytes)
-    {
-        return QTest::qWaitFor([&] { return m_engine->input().contains(bytes); }, deadline());
-    }
-
-public slots:
-    void recordUrl(const QUrl& url)
-    {
-        m_opened << url.toString();
-    }
 
 private slots:
     void slotsStandInTheirDeclaredOrder()
@@ -211,9 +127,8 @@ private slots:
 
     void thirdStartWithAnActiveAccountHidesItself()
     {
-        clientSettings().setValue(QStringLiteral("runnum"), 2);
-        clientSettings().setValue(QStringLiteral("lastuidact"), 1001);
-        clientSettings().sync();
+        preset("runnum", 2);
+        preset("lastuidact", 1001);
         create().show();
         EVENTUALLY(!m_dialog->isVisible());
     }
@@ -229,9 +144,8 @@ private slots:
     {
         QFETCH(int, runNumber);
         QFETCH(int, activeAccount);
-        clientSettings().setValue(QStringLiteral("runnum"), runNumber);
-        clientSettings().setValue(QStringLiteral("lastuidact"), activeAccount);
-        clientSettings().sync();
+        preset("runnum", runNumber);
+        preset("lastuidact", activeAccount);
         const int armed = armedSingleShots();
         create().show();
         // The engine link's own timer is the only one: none is there to hide the window.
@@ -257,8 +171,7 @@ private slots:
         create();
         QCOMPARE(clientSettings().value(QStringLiteral("apppath")).toString(), QCoreApplication::arguments().value(0));
         QCOMPARE(clientSettings().value(QStringLiteral("localapppath")).toString(), m_dialog->server().stateDir());
-        clientSettings().setValue(QStringLiteral("localapppath"), QStringLiteral("/kept"));
-        clientSettings().sync();
+        preset("localapppath", QStringLiteral("/kept"));
         create();
         QCOMPARE(clientSettings().value(QStringLiteral("localapppath")).toString(), QStringLiteral("/kept"));
     }
@@ -273,8 +186,7 @@ private slots:
 
     void panelStartsAsASignInForm()
     {
-        clientSettings().setValue(QStringLiteral("username"), QStringLiteral("ana@orvel.example"));
-        clientSettings().sync();
+        preset("username", QStringLiteral("ana@orvel.example"));
         create().show();
         const SettingsPanel& panel = m_dialog->panel();
         QCOMPARE(panel.heading->text(), QStringLiteral("<b>Orvel Storage account</b>"));

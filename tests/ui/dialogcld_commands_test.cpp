@@ -1,0 +1,340 @@
+#include "syncfolder/folderchooser.h"
+#include "syncfolder/syncfolder.h"
+#include "tests/ui/windowtest.h"
+#include "ui/guide.h"
+#include "ui/mymenu.h"
+#include "ui/sharefolder.h"
+
+#include <QElapsedTimer>
+#include <QFocusEvent>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QPointer>
+#include <QPushButton>
+#include <QTemporaryDir>
+
+class DialogCldCommandsTest final : public WindowTest
+{
+    Q_OBJECT
+
+    enum MenuEntry
+    {
+        OpenFolder = 0,
+        OpenWebSite = 1,
+        SyncSwitch = 2,
+        ChangePackage = 4,
+        Settings = 7,
+        OpenGuide = 8,
+        Help = 9
+    };
+
+    QString m_start; ///< where the folder chooser opened
+
+protected:
+    void tearDown() override
+    {
+        folderchooser::setAsker({});
+        WindowTest::tearDown();
+    }
+
+private:
+    void answerWith(const QString& folder)
+    {
+        folderchooser::setAsker([=](QWidget* parent, const QString& caption, const QString& start) {
+            Q_UNUSED(parent)
+            Q_UNUSED(caption)
+            m_start = start;
+            return folder;
+        });
+    }
+
+    void clickTray(QSystemTrayIcon::ActivationReason reason = QSystemTrayIcon::Trigger)
+    {
+        m_dialog->trayActivated(reason);
+    }
+
+    /// The account's roots file with one root.
+    void registerRoot(quint64 uid, const QString& parent, const QString& name)
+    {
+        writeFile(m_dialog->server().stateDir() + QStringLiteral("/%1.json").arg(uid),
+                  "[{\"path\":\"" + parent.toUtf8() + "\",\"name\":\"" + name.toUtf8() + "\"}]");
+    }
+
+    QMessageBox* box() const
+    {
+        return m_dialog->findChild<QMessageBox*>();
+    }
+
+private slots:
+    void webPagesOpenInTheBrowser()
+    {
+        create();
+        action(OpenWebSite)->trigger();
+        action(ChangePackage)->trigger();
+        action(Help)->trigger();
+        QCOMPARE(m_opened, (QStringList{QStringLiteral("https://www.orvel.example/kesta/vse"),
+                                        QStringLiteral("https://www.orvel.example/narocanje-kesta"),
+                                        QStringLiteral("http://www.orvel.example/kesta/pomoc")}));
+    }
+
+    void folderOpensWhereThePanelShowsIt()
+    {
+        create();
+        QList<QDir> roots{QDir(QStringLiteral("/home/ana/Orvel Storage"))};
+        m_dialog->rootsChanged(roots);
+        action(OpenFolder)->trigger();
+        QCOMPARE(m_opened, QStringList{QStringLiteral("file:///home/ana/Orvel Storage")});
+    }
+
+    void syncSwitchTogglesItsTextTheIconAndTheEngine()
+    {
+        create();
+        sayState("ok", 7);
+        action(SyncSwitch)->trigger();
+        QCOMPARE(action(SyncSwitch)->text(), QStringLiteral("Continue sync"));
+        QVERIFY(showsIcon(QStringLiteral(":/offline36.png")));
+        QVERIFY(engineReads("\"cmd\" : \"syncenabled\", \"val\" : false"));
+        action(SyncSwitch)->trigger();
+        QCOMPARE(action(SyncSwitch)->text(), QStringLiteral("Stop sync"));
+        QVERIFY(showsIcon(QStringLiteral(":/online36.png")));
+        QVERIFY(engineReads("\"cmd\" : \"syncenabled\", \"val\" : true"));
+    }
+
+    void settingsShowTheWindow()
+    {
+        create();
+        QVERIFY(!m_dialog->isVisible());
+        action(Settings)->trigger();
+        QVERIFY(m_dialog->isVisible());
+        QVERIFY(log().contains(QStringLiteral("maindlg: Menu show")));
+    }
+
+    void guideOpensAndIsClosedWhenItHasFinished()
+    {
+        preset("runnum", 1);
+        create();
+        action(OpenGuide)->trigger();
+        const QPointer<Guide> guide = m_dialog->findChild<Guide*>();
+        QVERIFY(guide && guide->isVisible());
+        guide->close();
+        QVERIFY(log().contains(QStringLiteral("maindlg: Cleanup guide")));
+        EVENTUALLY(!guide);
+    }
+
+    void menuTellsTheLogWhatComesAndGoes()
+    {
+        MyMenu menu(nullptr);
+        QEvent enter(QEvent::Enter);
+        QEvent leave(QEvent::Leave);
+        QFocusEvent focusOut(QEvent::FocusOut);
+        QApplication::sendEvent(&menu, &enter);
+        QApplication::sendEvent(&menu, &leave);
+        QApplication::sendEvent(&menu, &focusOut);
+        QCOMPARE(log(), (QStringList{QStringLiteral("Enter event"), QStringLiteral("Leave event"),
+                                     QStringLiteral("Focus out event")}));
+    }
+
+    void autoUpdateSwitchIsStoredWhereTheUpdaterReadsIt()
+    {
+        create();
+        m_dialog->toggleAutoUpdate(false);
+        clientSettings().sync();
+        QCOMPARE(clientSettings().value(QStringLiteral("QtSparkle/check_automatically")).toBool(), false);
+        m_dialog->toggleAutoUpdate(true);
+        clientSettings().sync();
+        QCOMPARE(clientSettings().value(QStringLiteral("QtSparkle/check_automatically")).toBool(), true);
+    }
+
+    // Clicks on the tray
+
+    void clickOpensTheFolderAndASecondWithin200MillisecondsDoesNot()
+    {
+        create();
+        sayState("ok", 7);
+        QTRY_COMPARE_WITH_TIMEOUT((clickTray(), m_opened.size()), 1, deadline()); // past the last test's click
+        clickTray();                                                              // far less than 200 ms later
+        QCOMPARE(m_opened.size(), 1);
+        QCOMPARE(log().filter(QStringLiteral("syncfolder: AppActivated")).isEmpty(), false);
+    }
+
+    void clickMoreThan200MillisecondsLaterOpensTheFolderAgain()
+    {
+        create();
+        sayState("ok", 7);
+        QTRY_COMPARE_WITH_TIMEOUT((clickTray(), m_opened.size()), 1, deadline());
+        QElapsedTimer sinceOpened;
+        sinceOpened.start();
+        QTRY_COMPARE_WITH_TIMEOUT((clickTray(), m_opened.size()), 2, deadline());
+        QVERIFY2(sinceOpened.elapsed() >= 199, qPrintable(QString::number(sinceOpened.elapsed())));
+    }
+
+    void otherActivationsAreIgnored()
+    {
+        create();
+        sayState("ok", 7);
+        clearLog();
+        for (const auto reason : {QSystemTrayIcon::DoubleClick, QSystemTrayIcon::Context, QSystemTrayIcon::MiddleClick,
+                                  QSystemTrayIcon::Unknown})
+            clickTray(reason);
+        QVERIFY(m_opened.isEmpty());
+        QVERIFY(log().isEmpty());
+    }
+
+    void clickWithoutAnAccountOpensNothingButActivates()
+    {
+        create();
+        clearLog();
+        clickTray();
+        QVERIFY(m_opened.isEmpty());
+        QVERIFY(!log().filter(QStringLiteral("syncfolder: AppActivated")).isEmpty());
+    }
+
+    // Changing the root
+
+    void pickedPlaceThatHoldsTheFolderAlreadyIsRefused()
+    {
+        const QTemporaryDir place;
+        QDir(place.path()).mkdir(QStringLiteral("Orvel Storage"));
+        create().show();
+        const QString before = m_dialog->panel().folderPath->text();
+        answerWith(place.path());
+        m_dialog->changeRoot();
+        QVERIFY(box() && box()->isVisible());
+        QVERIFY(box()->isModal());
+        QCOMPARE(box()->windowTitle(), QStringLiteral("Error"));
+        QCOMPARE(box()->text(), QStringLiteral("Folder named Orvel Storage already exists."));
+        QCOMPARE(m_dialog->panel().folderPath->text(), before);
+        QVERIFY(log().contains(QStringLiteral("maindlg: New path exists!")));
+        box()->close();
+    }
+
+    void pickedPlaceTakesTheFolder()
+    {
+        const QTemporaryDir old;
+        const QTemporaryDir place;
+        create();
+        registerRoot(7, old.path(), QStringLiteral("Orvel Storage"));
+        writeFile(old.path() + QStringLiteral("/Orvel Storage/file"), "x");
+        sayState("ok", 7);
+        QList<QDir> roots{QDir(old.path() + QStringLiteral("/Orvel Storage"))};
+        m_dialog->rootsChanged(roots);
+        answerWith(place.path());
+        m_dialog->changeRoot();
+        const QString moved = place.path() + QStringLiteral("/Orvel Storage");
+        QCOMPARE(readFile(moved + QStringLiteral("/file")), QByteArray("x"));
+        QCOMPARE(m_dialog->panel().folderPath->text(), moved);
+        QVERIFY(log().contains(QStringLiteral("maindlg: change root")));
+        QVERIFY(log().contains(QStringLiteral("maindlg: movedpath ") + place.path()));
+        EVENTUALLY_EQUAL(m_engine->starts().size(), 2);
+    }
+
+    void pickedPlaceBeforeTheFirstSignInIsKeptForTheEngine()
+    {
+        const QTemporaryDir place;
+        create();
+        answerWith(place.path());
+        m_dialog->changeRoot();
+        QCOMPARE(m_start, QDir::homePath());
+        QCOMPARE(m_dialog->server().config().homepath, place.path());
+        QCOMPARE(m_dialog->server().config().homefolder, QStringLiteral("Orvel Storage"));
+        QCOMPARE(m_dialog->panel().folderPath->text(), place.path() + QStringLiteral("/Orvel Storage"));
+        answerWith(QString());
+        m_dialog->changeRoot();
+        QCOMPARE(m_start, place.path());
+    }
+
+    void cancelledChooserChangesNothing()
+    {
+        create();
+        const QString before = m_dialog->panel().folderPath->text();
+        answerWith(QString());
+        m_dialog->changeRoot();
+        QCOMPARE(m_dialog->panel().folderPath->text(), before);
+        QVERIFY(log().contains(QStringLiteral("maindlg: openpath empty")));
+    }
+
+    void withoutAShownFolderNothingIsAsked()
+    {
+        create();
+        m_dialog->panel().folderPath->clear();
+        m_start.clear();
+        answerWith(QStringLiteral("/x"));
+        m_dialog->changeRoot();
+        QVERIFY(m_start.isEmpty());
+    }
+
+    // The shell's commands
+
+    void websiteCommandOpensTheHomepage()
+    {
+        create();
+        m_dialog->shellCommand(QStringLiteral("website"), QStringLiteral("/any"));
+        QCOMPARE(m_opened, QStringList{QStringLiteral("https://www.orvel.example/kesta/vse")});
+        QVERIFY(log().contains(QStringLiteral("maindlg: Shell command  website /any")));
+    }
+
+    void itemCommandsAskTheEngineAndOpenItsAnswer_data()
+    {
+        QTest::addColumn<QString>("command");
+        QTest::addColumn<QByteArray>("ids");
+        QTest::addColumn<QString>("address");
+        QTest::newRow("share in the root")
+            << "shareitem" << QByteArray("7,42") << "http://sync.orvel.example/datoteke/vse/#share=42";
+        QTest::newRow("share deeper") << "shareitem" << QByteArray("7,10,11,42")
+                                      << "http://sync.orvel.example/datoteke/vse/10/11/#share=42";
+        QTest::newRow("versions") << "revs" << QByteArray("7,10,42")
+                                  << "http://sync.orvel.example/datoteke/vse/10/#versions=42";
+    }
+    void itemCommandsAskTheEngineAndOpenItsAnswer()
+    {
+        QFETCH(QString, command);
+        QFETCH(QByteArray, ids);
+        QFETCH(QString, address);
+        create();
+        EVENTUALLY(m_engine->input().endsWith("}\n"));
+        m_dialog->shellCommand(command, QStringLiteral("/f"));
+        QVERIFY(
+            engineReads("{ \"cmd\" : \"pathquery\", \"path\" : \"/f\", \"what\" : \"" + command.toLatin1() + "\" }"));
+        say("{\"what\":\"queryresult\",\"cmd\":\"" + command.toLatin1() + "\",\"idpath\":[" + ids + "]}");
+        EVENTUALLY_EQUAL(m_opened, QStringList{address});
+    }
+
+    void unknownCommandsTagsAndShortAnswersOpenNothing()
+    {
+        create();
+        m_dialog->shellCommand(QStringLiteral("Website"), QString());
+        m_dialog->shellCommand(QString(), QString());
+        m_dialog->pathQueryResult(QStringLiteral("other"), {1, 2, 3});
+        m_dialog->pathQueryResult(QStringLiteral("shareitem"), {});
+        m_dialog->pathQueryResult(QStringLiteral("revs"), {7});
+        QVERIFY(m_opened.isEmpty());
+        QVERIFY(log().contains(QStringLiteral("maindlg: Query result  other")));
+    }
+
+    // Sharing
+
+    void sharingDialogIsServedAndDeleted()
+    {
+        create();
+        EVENTUALLY(m_engine->input().endsWith("}\n"));
+        const QPointer<ShareFolder> dialog(new ShareFolder(3, QStringLiteral("/f"), nullptr));
+        connect(dialog, SIGNAL(newSharedFolder(QString, QString, int)), m_dialog.get(),
+                SLOT(shareFolder(QString, QString, int)));
+        connect(dialog, SIGNAL(shareClosed(ShareFolder*)), m_dialog.get(), SLOT(shareClosed(ShareFolder*)));
+        connect(&m_dialog->server(), SIGNAL(shareFolderResult(int, bool, int)), dialog,
+                SLOT(shareFolderResult(int, bool, int)));
+        dialog->show();
+        dialog->findChild<QLineEdit*>()->setText(QStringLiteral("bo@orvel.example"));
+        auto* button = dialog->findChild<QPushButton*>();
+        QTest::mouseClick(button, Qt::LeftButton);
+        QVERIFY(engineReads("\"cmd\" : \"sharefolder\", \"msgid\" : 3, \"path\" : \"/f\""));
+        say("{\"what\":\"sharefolderresult\",\"msgid\":3,\"success\":true,\"msg\":0}");
+        EVENTUALLY_EQUAL(button->text(), QStringLiteral("OK"));
+        QTest::mouseClick(button, Qt::LeftButton);
+        QVERIFY(log().contains(QStringLiteral("maindlg: Deleting share dialog")));
+        EVENTUALLY(!dialog);
+    }
+};
+
+QTEST_MAIN(DialogCldCommandsTest)
+#include "dialogcld_commands_test.moc"
