@@ -39,9 +39,8 @@ private:
 ///
 /// open() belongs to the thread that makes the object, everything after it to the thread that watches; that
 /// one is a QThread, whose requested interruption ends a walk through the tree early, and whose current
-/// directory becomes its own and is changed. Directories are
-/// recognised by their watch, not by their path, so renames by others while the tree is being read or
-/// notifications are waiting do no harm.
+/// directory becomes its own and is changed. Directories are recognised by their watch, not by their path,
+/// so renames by others while the tree is being read or notifications are waiting do no harm.
 class WatchedTree final
 {
     Q_DISABLE_COPY_MOVE(WatchedTree)
