@@ -93,9 +93,13 @@ start_display() {
   helpers+=($!)
   read -rt 20 -u "$display_pipe" number || give_up "no X server"
   export DISPLAY=:$number
-  unset WAYLAND_DISPLAY DBUS_SESSION_BUS_ADDRESS
+  unset WAYLAND_DISPLAY DBUS_SESSION_BUS_ADDRESS QT_QPA_PLATFORM
   openbox >/dev/null 2>&1 &
   helpers+=($!)
+}
+
+# After the client: its icon has to come with the tray.
+start_tray() {
   trayer --edge bottom --align right --widthtype request --height 36 --SetPartialStrut true \
     --transparent true --alpha 0 --tint 0xdddddd >/dev/null 2>&1 &
   helpers+=($!)
@@ -127,9 +131,10 @@ if ((${#TMPDIR} > 80)); then TMPDIR=$(mktemp -d /tmp/orvel-tour.XXXXXX); export 
 
 say "The tour, in $home"
 start_display
-await "a display with a tray" tray_window
 start_client
-await "the main window" window_shown "Orvel Storage"
+await "the main window, on a desktop without a tray" window_shown "Orvel Storage"
+start_tray
+await "the tray comes up later" tray_window
 await "the guide of the first start" window_shown "Welcome to Orvel Storage"
 await "the engine asks for a sign-in" logged "maindlg: network state  logout"
 await "an icon in the tray" icon_in_tray

@@ -5,6 +5,7 @@
 #include "engine/servercomm.h"
 #include "shell/pipecmdreader.h"
 #include "syncfolder/syncfolder.h"
+#include "ui/desktop.h"
 #include "ui/mymenu.h"
 
 #include <QApplication>
@@ -30,6 +31,7 @@ DialogCld::DialogCld(QWidget* parent)
 {
     qApp->setStyleSheet(QStringLiteral("QDialog {background-image: url(:/watermark.png);"
                                        "background-position:left top;background-repeat:none;background-color:white}"));
+    QApplication::setPalette(desktop::readableOnWhite(QApplication::palette()));
     QApplication::setQuitOnLastWindowClosed(false);
     connect(qApp, SIGNAL(aboutToQuit()), this, SLOT(aboutToDie()));
     createServer();
@@ -53,7 +55,8 @@ DialogCld::DialogCld(QWidget* parent)
     createTray();
     if (!settings.contains(QStringLiteral("localapppath")))
         settings.setValue(QStringLiteral("localapppath"), m_server->stateDir());
-    if (runNumber > 1 && settings.value(QStringLiteral("lastuidact"), 0).toInt() > 0)
+    const bool signedIn = settings.value(QStringLiteral("lastuidact"), 0).toInt() > 0;
+    if (runNumber > 1 && signedIn && desktop::hasTray()) // without a tray the window is the way to the program
         QTimer::singleShot(hideDelay, this, SLOT(hide()));
 }
 

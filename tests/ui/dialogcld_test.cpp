@@ -3,6 +3,7 @@
 #include "syncfolder/syncfolder.h"
 #include "tests/support/metamethods.h"
 #include "tests/ui/windowtest.h"
+#include "ui/desktop.h"
 #include "ui/guide.h"
 #include "ui/pickracun.h"
 
@@ -129,8 +130,35 @@ private slots:
     {
         preset("runnum", 2);
         preset("lastuidact", 1001);
+        desktop::pretendTray(true);
         create().show();
         EVENTUALLY(!m_dialog->isVisible());
+    }
+
+    void startWithoutATrayStaysShown()
+    {
+        preset("runnum", 2);
+        preset("lastuidact", 1001);
+        desktop::pretendTray(false);
+        const int armed = armedSingleShots();
+        create().show();
+        QCOMPARE(armedSingleShots(), armed + 1); // the engine link's own
+        QVERIFY(m_dialog->isVisible());
+    }
+
+    void textStaysReadableOnTheWhiteGroundOfADarkDesktop()
+    {
+        const QPalette before = QApplication::palette();
+        QPalette dark(QColor(30, 30, 30));
+        QVERIFY(dark.color(QPalette::WindowText).lightness() > 200);
+        QApplication::setPalette(dark);
+        create();
+        QVERIFY(m_dialog->palette().color(QPalette::WindowText).lightness() < 100);
+        QVERIFY(m_dialog->panel().username->palette().color(QPalette::Text).lightness() < 100);
+        QVERIFY(m_dialog->panel().username->palette().color(QPalette::Base).lightness() > 200);
+        QApplication::setPalette(before);
+        create();
+        QCOMPARE(QApplication::palette(), before);
     }
 
     void startStaysShownOnTheFirstTwoRunsAndWithoutAnActiveAccount_data()
@@ -146,6 +174,7 @@ private slots:
         QFETCH(int, activeAccount);
         preset("runnum", runNumber);
         preset("lastuidact", activeAccount);
+        desktop::pretendTray(true);
         const int armed = armedSingleShots();
         create().show();
         // The engine link's own timer is the only one: none is there to hide the window.

@@ -3,6 +3,7 @@
 #include "engine/servercomm.h"
 #include "tests/support/fakeengine.h"
 #include "tests/support/test.h"
+#include "ui/desktop.h"
 #include "ui/dialogcld.h"
 
 #include <QAction>
@@ -44,6 +45,7 @@ protected:
         m_engine.reset();
         clientSettings().clear();
         forgetNames();
+        desktop::pretendTray({});
         for (const char* scheme : {"https", "http", "file"})
             QDesktopServices::unsetUrlHandler(QLatin1String(scheme));
     }
