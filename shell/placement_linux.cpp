@@ -58,19 +58,14 @@ void writeDirectoryFile(const QDir& root)
         file.write("[Desktop Entry]\nIcon=folder-cloud\n");
 }
 
-/// For the file managers that stand on GIO. They keep this with the user and not in the folder. An icon
-/// that the folder has already is the user's choice.
+/// For the file managers that stand on GIO. They keep this with the user and not in the folder.
 void setCustomIcon(const QDir& root, const QString& icon)
 {
     if (icon.isEmpty() || !root.exists() || QStandardPaths::findExecutable(QStringLiteral("gio")).isEmpty())
         return;
     QProcess process;
     process.setProgram(QStringLiteral("/bin/sh"));
-    process.setArguments(
-        {QStringLiteral("-c"),
-         QStringLiteral("gio info -a metadata::custom-icon \"$1\" | grep -q '^ *metadata::custom-icon:' ||"
-                        " gio set \"$1\" metadata::custom-icon \"$2\""),
-         QStringLiteral("sh"), root.absolutePath(), folderUrl(icon)});
+    process.setArguments(customIconCommand(root.absolutePath(), icon));
     process.setStandardInputFile(QProcess::nullDevice());
     process.setStandardOutputFile(QProcess::nullDevice());
     process.setStandardErrorFile(QProcess::nullDevice());

@@ -1,5 +1,7 @@
 #include "shell/placementfiles.h"
 
+#include "shell/placementbookmarks.h"
+
 #include <QFileInfo>
 
 namespace placement
@@ -66,6 +68,14 @@ QByteArray autostartEntry(const QString& name, const QString& program, const QSt
     if (!icon.isEmpty())
         entry += line("Icon", icon);
     return entry + "Terminal=false\nX-GNOME-Autostart-enabled=true\n";
+}
+
+QStringList customIconCommand(const QString& folder, const QString& icon)
+{
+    const QString script = QStringLiteral("gio info -a metadata::custom-icon \"$1\" |"
+                                          " grep -q '^ *metadata::custom-icon:' ||"
+                                          " gio set \"$1\" metadata::custom-icon \"$2\"");
+    return {QStringLiteral("-c"), script, QStringLiteral("sh"), folder, folderUrl(icon)};
 }
 
 } // namespace placement

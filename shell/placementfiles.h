@@ -2,6 +2,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <QStringList>
 
 /// What the client writes into the shell's files and where, apart from the shells themselves.
 namespace placement
@@ -26,5 +27,9 @@ ShortcutPlace shortcutPlace(bool windowsXp);
 
 /// The freedesktop autostart entry @p name, UTF-8. @p icon is left out when it is empty.
 QByteArray autostartEntry(const QString& name, const QString& program, const QString& icon);
+
+/// The arguments with which a shell gives a folder an icon for the file managers that stand on GIO, unless
+/// it has one: that is the user's choice then.
+QStringList customIconCommand(const QString& folder, const QString& icon);
 
 } // namespace placement

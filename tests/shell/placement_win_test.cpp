@@ -1,0 +1,172 @@
+#include "shell/placement.h"
+#include "shell/placement_win.h"
+#include "shell/placementfiles.h"
+#include "tests/support/test.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QSettings>
+
+#include <windows.h>
+
+#include <objbase.h>
+#include <shlobj.h>
+
+#include <array>
+#include <string>
+
+using namespace placement;
+
+namespace
+{
+
+const QString key = QStringLiteral("HKEY_CURRENT_USER\\Software\\Orvel Placement Test\\Shell Folders");
+
+/// What a shortcut says of itself.
+struct Shortcut
+{
+    QString target;
+    QString icon;
+    int iconIndex = -1;
+};
+
+std::wstring native(const QString& path)
+{
+    return QDir::toNativeSeparators(path).toStdWString();
+}
+
+Shortcut readShortcut(const QString& path)
+{
+    Shortcut shortcut;
+    const HRESULT com = CoInitialize(nullptr);
+    IShellLinkW* link = nullptr;
+    IPersistFile* file = nullptr;
+    if (SUCCEEDED(CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_IShellLinkW,
+                                   reinterpret_cast<void**>(&link))) &&
+        SUCCEEDED(link->QueryInterface(IID_IPersistFile, reinterpret_cast<void**>(&file))) &&
+        SUCCEEDED(file->Load(native(path).c_str(), STGM_READ))) {
+        std::array<wchar_t, MAX_PATH> text{};
+        link->GetPath(text.data(), MAX_PATH, nullptr, 0);
+        shortcut.target = QString::fromWCharArray(text.data());
+        link->GetIconLocation(text.data(), MAX_PATH, &shortcut.iconIndex);
+        shortcut.icon = QString::fromWCharArray(text.data());
+    }
+    if (file != nullptr)
+        file->Release();
+    if (link != nullptr)
+        link->Release();
+    if (SUCCEEDED(com))
+        CoUninitialize();
+    return shortcut;
+}
+
+} // namespace
+
+class PlacementWinTest final : public Test
+{
+    Q_OBJECT
+
+    WindowsShell m_shell = windowsShell();
+    const QDir m_root{testHome() + QStringLiteral("/Orvel \u0161")};
+    const QString m_program = QCoreApplication::applicationFilePath();
+
+    static QString folder(const char* name)
+    {
+        return QDir::toNativeSeparators(testHome() + QLatin1Char('/') + QLatin1String(name));
+    }
+
+protected:
+    void setUp() override
+    {
+        windowsShell() = {key, false};
+        QSettings folders(key, QSettings::NativeFormat);
+        folders.setValue(QStringLiteral("Startup"), folder("startup"));
+        folders.setValue(QStringLiteral("Desktop"), folder("desktop"));
+        folders.setValue(QStringLiteral("{BFB9D5E0-C6A9-404C-B2B2-AE6DB6AF4968}"), folder("links"));
+        for (const char* name : {"startup", "desktop", "links"})
+            QVERIFY(QDir().mkpath(folder(name)));
+        QVERIFY(m_root.mkpath(QStringLiteral(".")));
+    }
+
+    void tearDown() override
+    {
+        QSettings(key, QSettings::NativeFormat).clear();
+        windowsShell() = m_shell;
+    }
+
+private slots:
+    void foldersComeFromTheUsersRegistry()
+    {
+        QCOMPARE(m_shell.shellFoldersKey, QStringLiteral("HKEY_CURRENT_USER\\Software\\Microsoft\\Windows\\"
+                                                         "CurrentVersion\\Explorer\\Shell Folders"));
+    }
+
+    void startupShortcutLeadsToTheProgramAndGoesAgain()
+    {
+        const QString path = folder("startup") + QStringLiteral("\\Orvel Storage.lnk");
+        setStartup(true, QStringLiteral("Orvel Storage"), m_program, m_program);
+        QCOMPARE(readShortcut(path).target, QDir::toNativeSeparators(m_program));
+        setStartup(false, QStringLiteral("Orvel Storage"), m_program, m_program);
+        QVERIFY(!QFile::exists(path));
+        setStartup(false, QStringLiteral("Orvel Storage"), m_program, m_program);
+        QVERIFY(!QFile::exists(path));
+    }
+
+    void folderIsMadeASystemFolderWithAHiddenFileForItsIcon()
+    {
+        setFolderIcon(m_root, m_program);
+        const QString path = m_root.path() + QStringLiteral("/desktop.ini");
+        QCOMPARE(readFile(path), desktopIni(m_program));
+        constexpr DWORD asked = FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM;
+        QCOMPARE(GetFileAttributesW(native(path).c_str()) & asked, asked);
+        const DWORD root = GetFileAttributesW(native(m_root.path()).c_str());
+        QVERIFY((root & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_SYSTEM)) != 0);
+    }
+
+    void folderFileIsReplacedAlsoWhenItIsHidden()
+    {
+        setFolderIcon(m_root, QStringLiteral("C:\\a longer path than the next one\\orvel.exe"));
+        setFolderIcon(m_root, m_program);
+        QCOMPARE(readFile(m_root.path() + QStringLiteral("/desktop.ini")), desktopIni(m_program));
+    }
+
+    void linkGoesIntoLinksWithTheFirstIconOrOnTheDesktopOfXpWithTheSecond_data()
+    {
+        QTest::addColumn<bool>("isXp");
+        QTest::addColumn<QString>("place");
+        QTest::addColumn<int>("iconIndex");
+        QTest::newRow("XP") << true << folder("desktop") << 1;
+        QTest::newRow("later") << false << folder("links") << 0;
+    }
+    void linkGoesIntoLinksWithTheFirstIconOrOnTheDesktopOfXpWithTheSecond()
+    {
+        QFETCH(bool, isXp);
+        QFETCH(QString, place);
+        QFETCH(int, iconIndex);
+        windowsShell().isXp = isXp;
+        Links links;
+        const QString link = links.linkTo(m_root);
+        QCOMPARE(link, place + QStringLiteral("\\Orvel \u0161.lnk"));
+        QVERIFY(!links.exists(link));
+        QVERIFY(links.create(link, m_root, m_program));
+        QVERIFY(links.exists(link));
+        const Shortcut shortcut = readShortcut(link);
+        QCOMPARE(shortcut.target, QDir::toNativeSeparators(m_root.path()));
+        QCOMPARE(shortcut.icon, QDir::toNativeSeparators(m_program));
+        QCOMPARE(shortcut.iconIndex, iconIndex);
+        links.remove(link);
+        QVERIFY(!QFile::exists(link));
+    }
+
+    void missingShellFoldersTakeNothing()
+    {
+        QSettings(key, QSettings::NativeFormat).clear();
+        setStartup(true, QStringLiteral("Orvel Storage"), m_program, m_program);
+        Links links;
+        QVERIFY(!links.create(links.linkTo(m_root), m_root, m_program));
+        QVERIFY(QDir(folder("startup")).isEmpty());
+    }
+};
+
+QTEST_MAIN(PlacementWinTest)
+#include "placement_win_test.moc"

@@ -1,0 +1,91 @@
+#include "shell/placementfiles.h"
+
+#include "tests/support/test.h"
+
+using namespace placement;
+
+class PlacementFilesTest final : public Test
+{
+    Q_OBJECT
+
+private slots:
+    void desktopIniEndsOnlyTheLineOfTheIconWithCarriageReturn()
+    {
+        QCOMPARE(desktopIni(QStringLiteral("C:\\Orvel Storage\\orvel.exe")),
+                 QByteArray("[.ShellClassInfo]\nIconFile=C:\\Orvel Storage\\orvel.exe\r\nIconIndex=1\n"));
+    }
+
+    void desktopIniIsWrittenInTheCodePageOfTheSystem()
+    {
+        const QString program = QStringLiteral("C:\\Users\\\u017Diga\\orvel.exe");
+        QVERIFY(desktopIni(program).contains("IconFile=" + program.toLocal8Bit() + "\r\n"));
+    }
+
+    void shortcutIsCalledAfterItsTarget()
+    {
+        QCOMPARE(shortcutPath(QStringLiteral("C:\\Users\\Ana\\Links"), QStringLiteral("Orvel Storage")),
+                 QStringLiteral("C:\\Users\\Ana\\Links\\Orvel Storage.lnk"));
+    }
+
+    void shortcutGoesOnTheDesktopOnWindowsXpAndIntoLinksElsewhere()
+    {
+        QCOMPARE(shortcutPlace(true).folder, QStringLiteral("Desktop"));
+        QCOMPARE(shortcutPlace(true).iconIndex, 1);
+        QCOMPARE(shortcutPlace(false).folder, QStringLiteral("{BFB9D5E0-C6A9-404C-B2B2-AE6DB6AF4968}"));
+        QCOMPARE(shortcutPlace(false).iconIndex, 0);
+    }
+
+    void autostartEntryStartsTheProgramInItsDirectory()
+    {
+        QCOMPARE(autostartEntry(QStringLiteral("Orvel Storage"), QStringLiteral("/opt/orvel/orvel"),
+                                QStringLiteral("/home/ana/orvel.png")),
+                 QByteArray("[Desktop Entry]\n"
+                            "Type=Application\n"
+                            "Name=Orvel Storage\n"
+                            "Exec=\"/opt/orvel/orvel\"\n"
+                            "Path=/opt/orvel\n"
+                            "Icon=/home/ana/orvel.png\n"
+                            "Terminal=false\n"
+                            "X-GNOME-Autostart-enabled=true\n"));
+    }
+
+    void autostartEntryWithoutAnIconNamesNone()
+    {
+        QVERIFY(!autostartEntry(QStringLiteral("x"), QStringLiteral("/x"), QString()).contains("Icon"));
+    }
+
+    void autostartEntryQuotesThePathOfTheProgram_data()
+    {
+        QTest::addColumn<QString>("directory");
+        QTest::addColumn<QByteArray>("exec");
+        QTest::addColumn<QByteArray>("path");
+        QTest::newRow("blank") << "/opt/a b" << QByteArray(R"("/opt/a b/orvel")") << QByteArray("/opt/a b");
+        QTest::newRow("quote") << R"(/opt/"a")" << QByteArray(R"("/opt/\\"a\\"/orvel")") << QByteArray(R"(/opt/"a")");
+        QTest::newRow("dollar") << "/opt/$a`b" << QByteArray(R"("/opt/\\$a\\`b/orvel")") << QByteArray("/opt/$a`b");
+        QTest::newRow("backslash") << R"(/opt/a\b)" << QByteArray(R"("/opt/a\\\\b/orvel")")
+                                   << QByteArray(R"(/opt/a\\b)");
+        QTest::newRow("field code") << "/opt/100%u" << QByteArray(R"("/opt/100%%u/orvel")") << QByteArray("/opt/100%u");
+        QTest::newRow("not ASCII") << QStringLiteral("/opt/\u010D") << QByteArray("\"/opt/\xC4\x8D/orvel\"")
+                                   << QByteArray("/opt/\xC4\x8D");
+        QTest::newRow("line break adds no key") << "/opt/a\nHidden=true" << QByteArray(R"("/opt/a\nHidden=true/orvel")")
+                                                << QByteArray(R"(/opt/a\nHidden=true)");
+    }
+    void autostartEntryQuotesThePathOfTheProgram()
+    {
+        QFETCH(QString, directory);
+        QFETCH(QByteArray, exec);
+        QFETCH(QByteArray, path);
+        const QByteArray entry = autostartEntry(QStringLiteral("x"), directory + QStringLiteral("/orvel"), QString());
+        const QList<QByteArray> lines = entry.split('\n');
+        QVERIFY2(lines.contains("Exec=" + exec), entry.constData());
+        QVERIFY2(lines.contains("Path=" + path), entry.constData());
+    }
+
+    void blankBeforeAValueIsKept()
+    {
+        QVERIFY(autostartEntry(QStringLiteral(" x"), QStringLiteral("/x"), QString()).contains("\nName=\\sx\n"));
+    }
+};
+
+QTEST_MAIN(PlacementFilesTest)
+#include "placementfiles_test.moc"
