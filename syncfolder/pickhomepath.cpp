@@ -40,7 +40,7 @@ void PickHomepath::buildMoveOrDelete()
 
     const auto addChoice = [this](const QString& caption, const QString& buttonText, const char* slot) {
         auto* row = new QHBoxLayout;
-        row->addWidget(new QLabel(caption));
+        row->addWidget(new QLabel(caption), 1);
         auto* button = new QPushButton(buttonText);
         connect(button, SIGNAL(clicked()), this, slot);
         row->addWidget(button);

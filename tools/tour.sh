@@ -66,6 +66,26 @@ shoot_window() {
   import -window "$(window_of "$1")" "$shots/$2"
 }
 
+# The visible windows of the client that are of one of these types, such as TOOLTIP or UTILITY.
+windows_of_kind() {
+  local id
+  for id in $(xdotool search --onlyvisible --pid "$client" 2>/dev/null); do
+    if xprop -id "$id" _NET_WM_WINDOW_TYPE 2>/dev/null | grep -qE "_TYPE_($1)"; then printf '%s\n' "$id"; fi
+  done
+}
+
+kind_shown() {
+  [[ -n $(windows_of_kind "$1") ]]
+}
+
+kind_gone() {
+  ! kind_shown "$1"
+}
+
+shoot_kind() {
+  import -window "$(windows_of_kind "$1" | head -n 1)" "$shots/$2"
+}
+
 # The tray is the bar that trayer draws; the icon is the client's window in it.
 tray_window() {
   xdotool search --class trayer 2>/dev/null | tail -n 1
@@ -105,6 +125,27 @@ start_tray() {
   helpers+=($!)
 }
 
+# A browser that only writes down what it is asked to open, found before any other.
+fake_browser() {
+  mkdir -p "$home/bin"
+  # shellcheck disable=SC2016  # the browser's own argument
+  printf '#!/bin/sh\nprintf "%%s\\n" "$1" >>"%s"\n' "$home/opened" >"$home/bin/xdg-open"
+  chmod +x "$home/bin/xdg-open"
+  : >"$home/opened"
+  export PATH=$home/bin:$PATH
+}
+
+opened() {
+  grep -qE -- "$1" "$home/opened"
+}
+
+# What the file manager's extension does: one message in UTF-16 on the local pipe.
+shell_command() {
+  perl -MIO::Socket::UNIX -MEncode -e '
+    my $pipe = IO::Socket::UNIX->new(Peer => "$ENV{TMPDIR}/kestaextcommands") or die "no pipe";
+    print $pipe encode("UTF-16LE", decode("UTF-8", $ARGV[0]));' "$1"
+}
+
 start_client() {
   : >"$log"
   (cd "$installation" && exec ./orvel) >"$home/client.out" 2>"$log" &
@@ -129,36 +170,94 @@ export ORVEL_LANGUAGE=${ORVEL_LANGUAGE-en} # the names of windows below are Engl
 # Where the path would be too long for a socket, the temporary files go elsewhere.
 if ((${#TMPDIR} > 80)); then TMPDIR=$(mktemp -d /tmp/orvel-tour.XXXXXX); export TMPDIR; fi
 
+point_at_tray() {
+  eval "$(xdotool getwindowgeometry --shell "$(tray_window)" | grep -E '^(X|Y|WIDTH|HEIGHT)=')"
+  xdotool mousemove 300 300
+  xdotool mousemove $((X + WIDTH / 2)) $((Y + HEIGHT / 2))
+}
+
+open_menu() {
+  point_at_tray
+  xdotool click 3
+  await "the tray menu" kind_shown 'POPUP_MENU|DROPDOWN_MENU|MENU'
+}
+
+# choose PRESSES KEY: an entry of the open menu, counted from its top (Down) or its end (Up).
+choose() {
+  local press
+  for ((press = 0; press < $1; ++press)); do xdotool key "$2"; done
+  xdotool key Return
+}
+
+# The form as its fields follow each other: e-mail, password, Enter.
+sign_in() {
+  local main
+  main=$(window_of "Orvel Storage")
+  xdotool windowactivate --sync "$main"
+  eval "$(xdotool getwindowgeometry --shell "$main" | grep -E '^(WIDTH|HEIGHT)=')"
+  xdotool mousemove --window "$main" $((WIDTH / 2)) 72 click 1
+  xdotool key ctrl+a type --delay 20 "$1"
+  xdotool key Tab ctrl+a type --delay 20 "$2"
+  xdotool key Return
+}
+
+leave() {
+  open_menu
+  choose 1 Up # "Exit" is the last entry
+  local leaving=$client end=$((SECONDS + patience)) status=0
+  client=
+  while kill -0 "$leaving" 2>/dev/null; do
+    ((SECONDS < end)) || give_up "the client ends by its menu"
+    read -rt 0.05 <> <(:) || true
+  done
+  wait "$leaving" || status=$?
+  [[ $status == 1 ]] || give_up "the client ended with $status instead of 1"
+  if pgrep -f "$installation/erlang" >/dev/null; then give_up "an engine was left behind"; fi
+  seen "Exit, with code 1, and no engine left behind"
+}
+
+last_state_is() {
+  [[ $(grep -F 'maindlg: network state  ' "$log" | tail -n 1) == *"  $1" ]]
+}
+
 say "The tour, in $home"
+fake_browser
 start_display
 start_client
 await "the main window, on a desktop without a tray" window_shown "Orvel Storage"
 start_tray
 await "the tray comes up later" tray_window
-await "the guide of the first start" window_shown "Welcome to Orvel Storage"
-await "the engine asks for a sign-in" logged "maindlg: network state  logout"
 await "an icon in the tray" icon_in_tray
-shoot_window "Welcome to Orvel Storage" guide.png
-xdotool windowfocus --sync "$(window_of "Welcome to Orvel Storage")" key Escape
+
+say "The guide"
+await "the guide of the first start" window_shown "Welcome to Orvel Storage"
+for page in 1 2 3 4; do
+  shoot_window "Welcome to Orvel Storage" "guide-$page.png"
+  xdotool windowfocus --sync "$(window_of "Welcome to Orvel Storage")" key Return
+done
+xdotool key Escape
 await "the guide closes" window_gone "Welcome to Orvel Storage"
 
-main=$(window_of "Orvel Storage")
-xdotool windowactivate --sync "$main"
+say "Signing in"
+await "the engine asks for a sign-in" logged "maindlg: network state  logout"
 shoot_window "Orvel Storage" sign-in.png
 tray_shot "$shots/tray-signed-out.png"
-# The form as its fields follow each other: e-mail, password, Enter.
-eval "$(xdotool getwindowgeometry --shell "$main" | grep -E '^(WIDTH|HEIGHT)=')"
-xdotool mousemove --window "$main" $((WIDTH / 2)) 72 click 1
-xdotool key ctrl+a type --delay 20 'trial@orvel.example'
-xdotool key Tab type --delay 20 'trial'
-shoot_window "Orvel Storage" typed.png
-xdotool key Return
+sign_in trial@orvel.example wrong
+await "a wrong password is refused" bash -c "[[ \$(grep -c 'network state  logout' '$log') -ge 2 ]]"
+shoot_window "Orvel Storage" refused.png
+sign_in team@orvel.example team
+await "two accounts to choose from" kind_shown UTILITY
+shoot_kind UTILITY picker.png
+xdotool windowfocus --sync "$(windows_of_kind UTILITY)" key Escape
+await "the choice is put off" kind_gone UTILITY
+sign_in trial@orvel.example trial
 await "signed in" logged "maindlg: network state  ok"
 await "the sync folder" test -d "$folder"
 await "the tray icon follows" tray_differs_from "$shots/tray-signed-out.png"
 shoot_window "Orvel Storage" settings.png
 tray_shot "$shots/tray-synced.png"
 
+say "Files"
 mkdir -p "$folder/Fotografije/poletje"
 printf 'Pozdravljen, oblak!\n' >"$folder/Beležka.txt"
 head -c 20000000 /dev/urandom >"$folder/Fotografije/poletje/morje.raw"
@@ -171,40 +270,60 @@ rm "$folder/Slike/slika-1.txt"
 await "a change, a rename and a deletion in the cloud" same_files
 printf 'iz oblaka\n' >"$cloud/Iz oblaka.txt"
 await "a file from the cloud in the folder" same_files
-await "synced again" bash -c "grep -F 'network state  ' '$log' | tail -n 1 | grep -q 'ok\$'"
+await "synced again" last_state_is ok
 
-eval "$(xdotool getwindowgeometry --shell "$(tray_window)" | grep -E '^(X|Y|WIDTH|HEIGHT)=')"
-xdotool mousemove 300 300
-xdotool mousemove $((X + WIDTH / 2)) $((Y + HEIGHT / 2))
-# Whether the client shows a window of this type, such as TOOLTIP or POPUP_MENU.
-kind_shown() {
-  local id
-  for id in $(xdotool search --onlyvisible --pid "$client" 2>/dev/null); do
-    if xprop -id "$id" _NET_WM_WINDOW_TYPE | grep -qE "_TYPE_($1)"; then return 0; fi
-  done
-  return 1
-}
-xdotool mousemove $((X + WIDTH / 2)) $((Y + HEIGHT / 2))
+say "The tray and its menu"
+point_at_tray
 await "the tool tip" kind_shown TOOLTIP
 import -window root "$shots/tooltip.png"
-
-xdotool click 3
-await "the tray menu" kind_shown 'POPUP_MENU|DROPDOWN_MENU|MENU'
+open_menu
 import -window root "$shots/menu.png"
-# "Exit" is the last entry: up from the top goes there.
-xdotool key Up key Return
-leaving=$client
-client=
-end=$((SECONDS + patience))
-while kill -0 "$leaving" 2>/dev/null; do
-  ((SECONDS < end)) || give_up "the client ends by its menu"
-  read -rt 0.05 <> <(:) || true
-done
-status=0
-wait "$leaving" || status=$?
-[[ $status == 1 ]] || give_up "the client ended with $status instead of 1"
-seen "Exit, with code 1"
-pgrep -f "$installation/erlang" >/dev/null && give_up "an engine was left behind"
+choose 2 Down
+await "the web site in the browser" opened '^https://[^/]*/kesta/vse$'
+open_menu
+choose 3 Down
+await "sync stops" tray_differs_from "$shots/tray-synced.png"
+printf 'med premorom\n' >"$folder/Premor.txt"
+await "a change is noticed meanwhile" logged "Servercomm received paths changed"
+[[ ! -e $cloud/Premor.txt ]] || give_up "a file was copied while sync was stopped"
+open_menu
+choose 3 Down
+await "sync goes on and takes the change along" same_files
+shell_command "website|$folder"
+shell_command "shareitem|$folder/Slike"
+await "a shell command opens the page to share an item" opened '^http://[^/]*/datoteke/vse/#share=[0-9]+$'
+shell_command "revs|$folder/Slike/slika-2.txt"
+await "a shell command opens the versions of a file" opened '^http://[^/]*/datoteke/vse/[0-9]+/#versions=[0-9]+$'
+
+say "A folder that was moved"
+leave
+moved="$home/Drugje/Moj oblak"
+mkdir -p "$home/Drugje"
+mv "$folder" "$moved"
+start_client
+await "the question for the missing folder" kind_shown UTILITY
+shoot_kind UTILITY missing.png
+xdotool windowfocus --sync "$(windows_of_kind UTILITY)" key space
+await "the folder chooser" window_shown "Pick Orvel Storage folder"
+xdotool windowfocus --sync "$(window_of "Pick Orvel Storage folder")" type --delay 20 "$moved"
+xdotool key Return
+folder=$moved
+await "the folder at its new place is synced" logged "maindlg: network state  ok"
+printf 'na novem mestu\n' >"$folder/Novo mesto.txt"
+await "its files in the cloud" same_files
+
+say "A folder that was deleted"
+leave
+rm -rf "$folder"
+start_client
+await "the question for the missing folder" kind_shown UTILITY
+xdotool windowfocus --sync "$(windows_of_kind UTILITY)" key Tab space
+await "the engine works again" logged "maindlg: network state  ok"
+folder=$(sed -n 's/.*"homepath" : "\([^"]*\)".*/\1/p' "$home/.local/share/orvel/config.json")
+folder=${folder:-$home}/$(sed -n 's/.*"homefolder" : "\([^"]*\)".*/\1/p' "$home/.local/share/orvel/config.json")
+[[ $folder != "$home/" ]] || folder="$home/Orvel Storage"
+await "the folder is restored from the cloud" same_files
+leave
 
 rm -f "$shots"/.*.png
 say "Screenshots: $shots"

@@ -16,8 +16,10 @@
 #include <QDir>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QScreen>
 #include <QSettings>
 #include <QStandardPaths>
+#include <QStyle>
 
 namespace
 {
@@ -141,6 +143,9 @@ void DialogCld::openGuide()
     guide->setAttribute(Qt::WA_DeleteOnClose);
     connect(guide, SIGNAL(finished(int)), this, SLOT(guideClosed(int)));
     guide->setWindowFlags(Qt::Dialog | Qt::WindowTitleHint | Qt::WindowSystemMenuHint | Qt::WindowCloseButtonHint);
+    // In the middle of the screen: on the first start the window has no place yet to be centred on.
+    guide->setGeometry(QStyle::alignedRect(guide->layoutDirection(), Qt::AlignCenter, guide->sizeHint(),
+                                           QGuiApplication::primaryScreen()->availableGeometry()));
     guide->show();
     guide->raise();
     guide->activateWindow();
