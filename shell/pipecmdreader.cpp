@@ -9,7 +9,8 @@
 namespace
 {
 
-constexpr int dataTimeout = 1000; // ms
+constexpr int dataTimeout = 1000;             // ms
+constexpr qint64 maximumMessage = 256 * 1024; // bytes; the longest path takes a quarter of it
 
 /// Whether somebody living listens there. A name that nobody answers may still be taken on Unix, by the
 /// socket that a killed client left behind.
@@ -49,7 +50,10 @@ void PipeCmdReader::newConnection()
 {
     ORVEL_LOG << "Localserver new connection";
     const std::unique_ptr<QLocalSocket> socket(m_server->nextPendingConnection());
-    if (!socket || !socket->waitForReadyRead(dataTimeout))
+    if (!socket)
+        return;
+    socket->setReadBufferSize(maximumMessage); // the sender is not to be trusted with our memory
+    if (!socket->waitForReadyRead(dataTimeout))
         return;
 
     constexpr int terminatorSize = 5;

@@ -5,6 +5,8 @@
 
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QRandomGenerator>
+#include <QRegularExpression>
 #include <QSignalSpy>
 
 #include <memory>
@@ -126,6 +128,33 @@ private slots:
         EVENTUALLY(silent->state() == QLocalSocket::UnconnectedState);
     }
 
+    void endlessMessageIsReadOnlyUpToABound()
+    {
+        const auto flooding = send(QByteArray(64 << 20, 'x'));
+        EVENTUALLY(!log().filter(QStringLiteral("Received ")).isEmpty());
+        const QString received = log().filter(QRegularExpression(QStringLiteral("^Received  \\d+  bytes$"))).value(0);
+        QVERIFY(received.section(u' ', 2, 2).toInt() > 0);
+        QVERIFY(received.section(u' ', 2, 2).toInt() <= 256 * 1024 + 5);
+        EVENTUALLY(flooding->state() == QLocalSocket::UnconnectedState);
+        const QSignalSpy commands(m_reader.get(), SIGNAL(Command(QString, QString)));
+        const auto next = send(utf16(QStringLiteral("website|")));
+        EVENTUALLY_EQUAL(commands.count(), 1);
+    }
+
+    void anyBytesAreOutlived()
+    {
+        QRandomGenerator random(20);
+        for (int message = 0; message < 200; ++message) {
+            QByteArray bytes(random.bounded(1, 2000), '\0');
+            for (char& byte : bytes)
+                byte = static_cast<char>(random.bounded(256));
+            clearLog();
+            const auto sender = send(bytes);
+            QVERIFY(sender);
+            EVENTUALLY(sender->state() == QLocalSocket::UnconnectedState);
+        }
+    }
+
     void pipeInUseLeavesTheReaderWithoutAServer()
     {
         PipeCmdReader second;
@@ -136,6 +165,14 @@ private slots:
     }
 
 #ifndef Q_OS_WIN
+    void onlyTheUserMayConnect()
+    {
+        const QFileInfo socket(QDir::tempPath() + u'/' + pipeName);
+        QVERIFY(socket.exists());
+        QVERIFY(!socket.permission(QFile::ReadGroup) && !socket.permission(QFile::WriteGroup));
+        QVERIFY(!socket.permission(QFile::ReadOther) && !socket.permission(QFile::WriteOther));
+    }
+
     void socketOfADeadClientDoesNotBlockTheName()
     {
         m_reader.reset();
