@@ -78,14 +78,13 @@ class Sidebar final
 public:
     using Reader = Bookmarks (*)(const QByteArray&);
 
-    /// A file that may be @p created takes part also when it is not there.
-    Sidebar(QString path, Reader read, bool created)
+    /// A file that is not there takes part if nothing is a valid content.
+    Sidebar(QString path, Reader read)
         : m_path(std::move(path))
         , m_content(contentOf(m_path))
         , m_bookmarks(read(m_content))
+        , m_takesPart(m_bookmarks.isValid() && (!m_content.isNull() || !QFileInfo::exists(m_path)))
     {
-        const bool isAbsent = !QFileInfo::exists(m_path);
-        m_takesPart = m_bookmarks.isValid() && (isAbsent ? created : !m_content.isNull());
     }
 
     bool takesPart() const
@@ -109,7 +108,7 @@ private:
     QString m_path;
     QByteArray m_content;
     Bookmarks m_bookmarks;
-    bool m_takesPart = false;
+    bool m_takesPart;
 };
 
 } // namespace
@@ -143,10 +142,10 @@ void setFolderIcon(const QDir& root, const QString& icon)
 struct Links::Shell
 {
     /// GTK's file choosers and the file managers of GNOME, Xfce, MATE, Cinnamon and LXQt.
-    Sidebar gtk{configFile(QStringLiteral("gtk-3.0/bookmarks")), Bookmarks::fromGtk, true};
+    Sidebar gtk{configFile(QStringLiteral("gtk-3.0/bookmarks")), Bookmarks::fromGtk};
     /// KDE's. Only where the file exists: KDE puts its own places into the list when it makes that file,
     /// and would find one without them.
-    Sidebar kde{dataFile(QStringLiteral("user-places.xbel")), Bookmarks::fromPlaces, false};
+    Sidebar kde{dataFile(QStringLiteral("user-places.xbel")), Bookmarks::fromPlaces};
 };
 
 Links::Links()

@@ -229,6 +229,7 @@ private slots:
         QTest::newRow("carriage returns") << QByteArray("<xbel>\r\n") << place + "\r\n" << QByteArray("</xbel>\r\n");
         QTest::newRow("between others") << xbel + " <bookmark href=\"file:///a\"/> " << place
                                         << " <bookmark href=\"file:///b\"/>\n" + end;
+        QTest::newRow("last in its line") << xbel + "<bookmark href=\"file:///a\"/>" << place << "\n" + end;
         QTest::newRow("all in one line") << QByteArray("<xbel>") << place << end;
         QTest::newRow("after wide characters") << xbel + "<!-- \xC5\xA1 \xF0\x9F\x8F\xA0 -->\n" << place + "\n" << end;
         QTest::newRow("after references") << xbel + "<title>&lt;&#x161;&amp;</title>\n" << place + "\n" << end;
@@ -266,7 +267,7 @@ private slots:
         QTest::newRow("tags that do not match") << QByteArray("<xbel><bookmark></xbel>");
         QTest::newRow("two documents") << places + places;
         QTest::newRow("another document") << QByteArray("<html></html>");
-        QTest::newRow("closed at once") << QByteArray("<xbel/>");
+        QTest::newRow("closed at once") << QByteArray("<?xml version=\"1.0\"?>\n<xbel/>");
         QTest::newRow("not UTF-8") << QByteArray("<xbel><!-- \xE8 --></xbel>");
         QTest::newRow("another encoding") << QByteArray("<?xml version=\"1.0\" encoding=\"ISO-8859-2\"?><xbel></xbel>");
         QTest::newRow("entities of its own")
