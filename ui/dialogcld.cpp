@@ -7,6 +7,8 @@
 #include "syncfolder/syncfolder.h"
 #include "ui/desktop.h"
 #include "ui/mymenu.h"
+#include "ui/webpages.h"
+#include "update/updater.h"
 
 #include <QApplication>
 #include <QCheckBox>
@@ -45,6 +47,7 @@ DialogCld::DialogCld(QWidget* parent)
     QSettings settings;
     settings.setValue(QStringLiteral("apppath"), QCoreApplication::arguments().value(0));
     const int runStartup = settings.value(QStringLiteral("runstartup"), 1).toInt();
+    m_updater = new qtsparkle::Updater(webpages::updateFeed(m_server->config().synchome), this);
     buildPanel(runStartup);
 
     const int runNumber = settings.value(QStringLiteral("runnum"), 0).toInt();

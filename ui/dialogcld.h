@@ -19,6 +19,11 @@ class ServerComm;
 class ShareFolder;
 class SyncFolder;
 
+namespace qtsparkle
+{
+class Updater;
+}
+
 /// The application's one main window, normally hidden, and the owner of everything the user sees.
 ///
 /// It turns the engine's state into the tray icon, its tool tip and the panel's widgets, and the user's
@@ -84,6 +89,7 @@ private:
     std::unique_ptr<ServerComm> m_server;
     std::unique_ptr<PipeCmdReader> m_commandReader;
     std::unique_ptr<SyncFolder> m_syncFolder; ///< before the server in destruction: it points there
+    qtsparkle::Updater* m_updater = nullptr;
     SettingsPanel m_panel;
     QSystemTrayIcon* m_tray = nullptr;
     MyMenu* m_menu = nullptr;

@@ -8,6 +8,7 @@
 #include "ui/mymenu.h"
 #include "ui/sharefolder.h"
 #include "ui/webpages.h"
+#include "update/updater.h"
 
 #include <QAction>
 #include <QApplication>
@@ -60,7 +61,7 @@ void DialogCld::createMenu()
     addAction(tr("Settings"), SLOT(menuShow()));
     addAction(tr("Guide"), SLOT(openGuide()));
     addAction(tr("Help"), SLOT(openHelp()));
-    addAction(tr("Check for updates"), SLOT(manualUpdate()))->setEnabled(false); // until there is an updater
+    addAction(tr("Check for updates"), SLOT(manualUpdate()));
     addAction(tr("Exit"), SLOT(menuClose()));
 }
 

@@ -37,4 +37,12 @@ QUrl item(const QString& serverHost, const QList<quint64>& ids, const QString& a
                 folders + QLatin1Char('#') + action + QLatin1Char('=') + QString::number(ids.last()));
 }
 
+QUrl updateFeed(const QString& serverHost)
+{
+    const QString replacement = qEnvironmentVariable("ORVEL_UPDATE_FEED");
+    if (!replacement.isEmpty())
+        return QUrl(replacement);
+    return QUrl(QStringLiteral("http://") + serverHost + QStringLiteral("/sync/clientversionxml?os=win&app=orvel"));
+}
+
 } // namespace webpages

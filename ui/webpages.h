@@ -17,4 +17,7 @@ QUrl folder(const QString& path);
 /// @p action is "share" or "versions". Empty with fewer than two ids.
 QUrl item(const QString& serverHost, const QList<quint64>& ids, const QString& action);
 
+/// The update feed of the server; the variable ORVEL_UPDATE_FEED in the environment replaces it whole.
+QUrl updateFeed(const QString& serverHost);
+
 } // namespace webpages

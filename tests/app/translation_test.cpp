@@ -52,8 +52,8 @@ class TranslationTest final : public Test
 
     static QString translated(const QTranslator& translator, const Message& message, int n = -1)
     {
-        return translator.translate(message.context.toUtf8().constData(), message.source.toUtf8().constData(),
-                                    nullptr, n);
+        return translator.translate(message.context.toUtf8().constData(), message.source.toUtf8().constData(), nullptr,
+                                    n);
     }
 
 private slots:
@@ -65,7 +65,7 @@ private slots:
         const QTemporaryDir scratch;
         const QString file = scratch.filePath(QStringLiteral("texts.ts"));
         QStringList arguments;
-        for (const char* folder : {"app", "engine", "shell", "syncfolder", "ui"})
+        for (const char* folder : {"app", "engine", "shell", "syncfolder", "ui", "update"})
             arguments << QStringLiteral(ORVEL_SOURCE_DIR "/") + QLatin1String(folder);
         arguments << QStringLiteral("-I" ORVEL_SOURCE_DIR) << QStringLiteral("-silent") << QStringLiteral("-extensions")
                   << QStringLiteral("cpp,h") << QStringLiteral("-ts") << file;

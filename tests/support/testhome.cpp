@@ -25,6 +25,7 @@ public:
         set("XDG_CACHE_HOME", home.filePath(QStringLiteral("cache")));
         set("XDG_RUNTIME_DIR", home.filePath(QStringLiteral("runtime")));
         set("TMPDIR", home.filePath(QStringLiteral("tmp")));
+        qputenv("ORVEL_UPDATE_FEED", "data:text/xml,<rss/>"); // no check may leave this computer
         qunsetenv("QT_LOGGING_RULES");
     }
 

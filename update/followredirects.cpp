@@ -1,0 +1,114 @@
+#include "update/followredirects.h"
+
+#include <QNetworkAccessManager>
+#include <QNetworkRequest>
+#include <QUrl>
+
+namespace qtsparkle
+{
+
+namespace
+{
+
+constexpr int redirectLimit = 5;
+
+} // namespace
+
+FollowRedirects::FollowRedirects(QNetworkReply* reply)
+{
+    follow(reply);
+}
+
+FollowRedirects::~FollowRedirects()
+{
+    if (m_reply)
+        m_reply->deleteLater();
+}
+
+QNetworkReply* FollowRedirects::reply() const
+{
+    return m_reply;
+}
+
+QByteArray FollowRedirects::takeBody()
+{
+    if (m_reply && !m_truncated)
+        m_kept = m_reply->readAll();
+    return std::exchange(m_kept, QByteArray());
+}
+
+bool FollowRedirects::isTruncated() const
+{
+    return m_truncated;
+}
+
+void FollowRedirects::follow(QNetworkReply* reply)
+{
+    m_reply = reply;
+    connect(reply, SIGNAL(finished()), this, SLOT(FinishedSlot()));
+    connect(reply, SIGNAL(readyRead()), this, SLOT(ReadSlot()));
+    connect(reply, SIGNAL(destroyed()), this, SLOT(ReplyDestroyed()));
+}
+
+/// Where @p reply redirects to; empty when it does not, or to somewhere off the web.
+QUrl FollowRedirects::targetOf(const QNetworkReply& reply)
+{
+    const QVariant attribute = reply.attribute(QNetworkRequest::RedirectionTargetAttribute);
+    if (!attribute.isValid())
+        return {};
+    QUrl target = attribute.toUrl();
+    if (target.scheme().isEmpty() || target.host().isEmpty()) {
+        // Only the path is taken; the redirecting address keeps the rest, its query among it.
+        const QString path = target.path();
+        target = reply.url();
+        target.setPath(path);
+    }
+    return IsWeb(target) ? target : QUrl();
+}
+
+bool FollowRedirects::IsWeb(const QUrl& url)
+{
+    return url.scheme() == QLatin1String("http") || url.scheme() == QLatin1String("https");
+}
+
+void FollowRedirects::FinishedSlot()
+{
+    if (!m_reply || sender() != m_reply)
+        return;
+    const QUrl target = targetOf(*m_reply);
+    if (target.isEmpty()) {
+        emit Finished();
+        return;
+    }
+
+    QNetworkReply* redirecting = m_reply;
+    redirecting->deleteLater();
+    if (m_redirects == redirectLimit) {
+        m_reply = nullptr;
+        emit RedirectLimitReached();
+        return;
+    }
+    ++m_redirects;
+    QNetworkRequest request(target);
+    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute,
+                         redirecting->request().attribute(QNetworkRequest::CacheLoadControlAttribute));
+    follow(redirecting->manager()->get(request));
+}
+
+void FollowRedirects::ReadSlot()
+{
+    if (!m_reply || sender() != m_reply || m_reply->bytesAvailable() <= maximumBody)
+        return;
+    m_kept = m_reply->read(maximumBody);
+    m_truncated = true;
+    m_reply->abort(); // ends in FinishedSlot()
+}
+
+/// Nobody takes a result any more once the last reply is gone, as it is when its manager was destroyed.
+void FollowRedirects::ReplyDestroyed()
+{
+    if (!m_reply)
+        deleteLater();
+}
+
+} // namespace qtsparkle

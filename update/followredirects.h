@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QByteArray>
+#include <QNetworkReply>
+#include <QObject>
+#include <QPointer>
+
+namespace qtsparkle
+{
+
+/// Follows the redirects of a download, five at the most, and bounds what comes in the end.
+///
+/// It owns the reply that it is given and those that follow, and has no parent: whoever takes the result
+/// calls deleteLater(). Nobody has to when none comes any more. GUI thread, like the replies.
+class FollowRedirects final : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(FollowRedirects)
+
+public:
+    /// No feed and no notes are anywhere near as large; a body that never ends stops here.
+    static constexpr qint64 maximumBody = 8 * 1024 * 1024; // bytes
+
+    /// Whether an address is http or https: a feed can lead nowhere else.
+    static bool IsWeb(const QUrl& url);
+
+    explicit FollowRedirects(QNetworkReply* reply);
+    ~FollowRedirects() override;
+
+    /// The current reply, the last one of the chain; null after the limit was reached.
+    QNetworkReply* reply() const;
+    /// What the last reply has brought, up to maximumBody bytes. Takes it: a second call gives nothing.
+    QByteArray takeBody();
+    /// Whether there would have been more than that.
+    bool isTruncated() const;
+
+signals:
+    /// The chain has ended, by success or by failure: neither is judged here.
+    void Finished();
+    void RedirectLimitReached();
+
+private slots:
+    void FinishedSlot();
+    void ReadSlot();
+    void ReplyDestroyed();
+
+private:
+    void follow(QNetworkReply* reply);
+    static QUrl targetOf(const QNetworkReply& reply);
+
+    QPointer<QNetworkReply> m_reply;
+    int m_redirects = 0;
+    QByteArray m_kept;
+    bool m_truncated = false;
+};
+
+} // namespace qtsparkle

@@ -1,0 +1,95 @@
+#include "update/updatechecker.h"
+
+#include "update/compareversions.h"
+#include "update/followredirects.h"
+
+#include <QBuffer>
+#include <QNetworkAccessManager>
+#include <QNetworkRequest>
+#include <QSettings>
+#include <QUrl>
+
+namespace qtsparkle
+{
+
+namespace
+{
+
+constexpr int silenceTimeout = 30000; // ms without a byte
+
+QString skippedVersion()
+{
+    return QSettings().value(QStringLiteral("QtSparkle/skipped_version")).toString();
+}
+
+} // namespace
+
+UpdateChecker::UpdateChecker(QObject* parent)
+    : QObject(parent)
+{
+}
+
+void UpdateChecker::SetNetworkAccessManager(QNetworkAccessManager* network)
+{
+    m_network = network;
+}
+
+void UpdateChecker::SetVersion(const QString& version)
+{
+    m_version = version;
+}
+
+void UpdateChecker::Check(const QUrl& url, bool manual)
+{
+    if (m_inProgress)
+        return;
+    emit CheckStarted();
+    if (m_network == nullptr) {
+        m_network = new QNetworkAccessManager(this);
+        m_network->setTransferTimeout(silenceTimeout); // a server that hangs is not waited for without end
+    }
+    m_inProgress = true;
+    m_manual = manual;
+
+    QNetworkRequest request(url);
+    request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
+    auto* redirects = new FollowRedirects(m_network->get(request));
+    connect(redirects, SIGNAL(Finished()), this, SLOT(Finished()));
+    connect(redirects, SIGNAL(RedirectLimitReached()), this, SLOT(RedirectLimitReached()));
+}
+
+void UpdateChecker::Finished()
+{
+    auto* redirects = qobject_cast<FollowRedirects*>(sender());
+    if (redirects == nullptr)
+        return;
+    redirects->deleteLater();
+    m_inProgress = false;
+    if (redirects->isTruncated()) {
+        emit CheckFailed(QStringLiteral("The update feed is too large"));
+        return;
+    }
+
+    const AppCastPtr appcast(new AppCast);
+    QByteArray body = redirects->takeBody();
+    QBuffer device(&body);
+    device.open(QIODevice::ReadOnly);
+    if (!appcast->Load(&device)) {
+        emit CheckFailed(appcast->error_reason);
+        return;
+    }
+    const bool skipped = !m_manual && skippedVersion() == appcast->version;
+    if (IsOlder(m_version, appcast->version) && !skipped)
+        emit UpdateAvailable(appcast);
+    else
+        emit UpToDate();
+}
+
+void UpdateChecker::RedirectLimitReached()
+{
+    if (auto* redirects = qobject_cast<FollowRedirects*>(sender()))
+        redirects->deleteLater();
+    emit CheckFailed(QStringLiteral("Redirect limit reached"));
+}
+
+} // namespace qtsparkle

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "update/appcast.h"
+
+#include <QObject>
+#include <QString>
+
+class QNetworkAccessManager;
+class QUrl;
+
+namespace qtsparkle
+{
+
+/// Fetches and reads the update feed once, and says what came of it by exactly one of its last three signals.
+/// Several checkers may work at once; they share nothing but the settings.
+class UpdateChecker final : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(UpdateChecker)
+
+public:
+    explicit UpdateChecker(QObject* parent);
+
+    /// Not owned; without one the checker makes its own.
+    void SetNetworkAccessManager(QNetworkAccessManager* network);
+    /// The version of the running program.
+    void SetVersion(const QString& version);
+
+    /// Ignored while a check is in progress. A @p manual check offers a version that the user chose to skip.
+    void Check(const QUrl& url, bool manual);
+
+signals:
+    void CheckStarted();
+    void UpdateAvailable(AppCastPtr appcast);
+    void UpToDate();
+    void CheckFailed(QString reason);
+
+private slots:
+    void Finished();
+    void RedirectLimitReached();
+
+private:
+    QNetworkAccessManager* m_network = nullptr;
+    QString m_version;
+    bool m_inProgress = false;
+    bool m_manual = false;
+};
+
+} // namespace qtsparkle

@@ -1,0 +1,49 @@
+#pragma once
+
+#include "update/appcast.h"
+
+#include <QDialog>
+#include <QString>
+
+#include <memory>
+
+class QIcon;
+class QNetworkAccessManager;
+
+namespace qtsparkle
+{
+
+/// Announces a new version, shows its release notes, and offers to install, skip or postpone it. "Install"
+/// opens the download's address with the desktop's handler: nothing is downloaded or run here.
+class UpdateDialog final : public QDialog
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(UpdateDialog)
+
+public:
+    explicit UpdateDialog(QWidget* parent);
+    ~UpdateDialog() override;
+
+    /// Not owned; without one the dialog makes its own.
+    void SetNetworkAccessManager(QNetworkAccessManager* network);
+    /// A null icon hides the place of the picture.
+    void SetIcon(const QIcon& icon);
+    /// The version of the running program.
+    void SetVersion(const QString& version);
+
+public slots:
+    void ShowUpdate(AppCastPtr appcast);
+    void ReleaseNotesReady();
+    void Install();
+    void Skip();
+
+private:
+    struct Widgets;
+
+    std::unique_ptr<Widgets> m_widgets;
+    QNetworkAccessManager* m_network = nullptr;
+    QString m_version;
+    AppCastPtr m_appcast;
+};
+
+} // namespace qtsparkle
