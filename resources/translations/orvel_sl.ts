@@ -343,4 +343,84 @@
         <translation>Mapa je zdaj v skupni rabi</translation>
     </message>
 </context>
+<context>
+    <name>UpdateDialog</name>
+    <message>
+        <source>Software Update</source>
+        <translation>Posodobitev programa</translation>
+    </message>
+    <message>
+        <source>Zgodovina sprememb:</source>
+        <translation>Zgodovina sprememb:</translation>
+    </message>
+    <message>
+        <source>Preskoči to verzijo</source>
+        <translation>Preskoči to verzijo</translation>
+    </message>
+    <message>
+        <source>Opomni me kasneje</source>
+        <translation>Opomni me kasneje</translation>
+    </message>
+    <message>
+        <source>Namesti posodobitev</source>
+        <translation>Namesti posodobitev</translation>
+    </message>
+</context>
+<context>
+    <name>qtsparkle::UiController</name>
+    <message>
+        <source>Preverjam za posodobitve</source>
+        <translation>Preverjam za posodobitve</translation>
+    </message>
+    <message>
+        <source>Preverjam za posodobitve %1...</source>
+        <translation>Preverjam za posodobitve %1...</translation>
+    </message>
+    <message>
+        <source>Novih različic ni na voljo</source>
+        <translation>Novih različic ni na voljo</translation>
+    </message>
+    <message>
+        <source>Nameščeno imaš najnovejšo različico </source>
+        <translation>Nameščeno imaš najnovejšo različico </translation>
+    </message>
+    <message>
+        <source>a.</source>
+        <translation>a.</translation>
+    </message>
+    <message>
+        <source>Preverjanje za posodobitve ni uspelo</source>
+        <translation>Preverjanje za posodobitve ni uspelo</translation>
+    </message>
+</context>
+<context>
+    <name>qtsparkle::UpdateDialog</name>
+    <message>
+        <source>Nova različica %1e je na voljo</source>
+        <translation>Nova različica %1e je na voljo</translation>
+    </message>
+    <message>
+        <source>%1 %2 je na voljo - ti imaš %3. Želiš prenesti najnovejšo različico?</source>
+        <translation>%1 %2 je na voljo - ti imaš %3. Želiš prenesti najnovejšo različico?</translation>
+    </message>
+</context>
+<context>
+    <name>qtsparkle::Updater</name>
+    <message>
+        <source>Check for updates automatically?</source>
+        <translation>Želiš samodejno preverjati posodobitve?</translation>
+    </message>
+    <message>
+        <source>Should %1 automatically check for updates?  You can always check for updates manually from the menu.</source>
+        <translation>Naj %1 samodejno preverja, ali je na voljo nova različica?  Posodobitve lahko kadarkoli preveriš tudi v meniju.</translation>
+    </message>
+    <message>
+        <source>Check automatically</source>
+        <translation>Preverjaj samodejno</translation>
+    </message>
+    <message>
+        <source>Don&apos;t check</source>
+        <translation>Ne preverjaj</translation>
+    </message>
+</context>
 </TS>
