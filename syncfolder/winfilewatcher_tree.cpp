@@ -170,7 +170,7 @@ int WatchedTree::queue() const
 
 void WatchedTree::readEvents()
 {
-    alignas(inotify_event) std::array<char, bufferSize> buffer;
+    alignas(inotify_event) std::array<char, bufferSize> buffer = {};
     const ssize_t size = ::read(m_queue.get(), buffer.data(), buffer.size());
     for (ssize_t at = 0; at < size && !m_overflowed;) {
         const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + at);
@@ -341,7 +341,7 @@ void WatchedTree::read(int descriptor, int watch, std::string& path, Content con
 {
     constexpr unsigned wanted = STATX_TYPE | STATX_CTIME;
     constexpr int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
-    struct statx status;
+    struct statx status = {};
     bool report = false;
     if (content == Content::Known && statx(descriptor, "", flags | AT_EMPTY_PATH, wanted, &status) == 0 &&
         hasChanged(status)) {
@@ -575,8 +575,8 @@ void WatchedTree::finish()
 /// Whether the open directory is the one of that name in the parent.
 bool WatchedTree::isEntry(int descriptor, int parent, const char* name)
 {
-    struct statx own;
-    struct statx there;
+    struct statx own = {};
+    struct statx there = {};
     return statx(descriptor, "", AT_EMPTY_PATH, STATX_INO, &own) == 0 &&
            statx(parent, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_INO, &there) == 0 &&
            own.stx_ino == there.stx_ino && own.stx_dev_major == there.stx_dev_major &&

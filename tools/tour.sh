@@ -135,6 +135,15 @@ fake_browser() {
   export PATH=$home/bin:$PATH
 }
 
+start_feed() {
+  local port
+  exec {feed_pipe}<> <(:)
+  perl tools/feedserver.pl >&"$feed_pipe" &
+  helpers+=($!)
+  read -rt 20 -u "$feed_pipe" port || give_up "no update server"
+  export ORVEL_UPDATE_FEED=http://127.0.0.1:$port/feed
+}
+
 opened() {
   grep -qE -- "$1" "$home/opened"
 }
@@ -222,6 +231,7 @@ last_state_is() {
 
 say "The tour, in $home"
 fake_browser
+start_feed
 start_display
 start_client
 await "the main window, on a desktop without a tray" window_shown "Orvel Storage"
@@ -295,6 +305,15 @@ await "a shell command opens the page to share an item" opened '^http://[^/]*/da
 shell_command "revs|$folder/Slike/slika-2.txt"
 await "a shell command opens the versions of a file" opened '^http://[^/]*/datoteke/vse/[0-9]+/#versions=[0-9]+$'
 
+say "A new version"
+open_menu
+choose 2 Up
+await "a new version is offered" window_shown "Software Update"
+shoot_window "Software Update" update.png
+xdotool windowfocus --sync "$(window_of "Software Update")" key Return
+await "its download in the browser" opened '/orvel-9.9.exe$'
+await "the offer closes" window_gone "Software Update"
+
 say "A folder that was moved"
 leave
 moved="$home/Drugje/Moj oblak"
@@ -302,6 +321,9 @@ mkdir -p "$home/Drugje"
 mv "$folder" "$moved"
 start_client
 await "the question for the missing folder" kind_shown UTILITY
+await "the new version is offered again, by itself" window_shown "Software Update"
+xdotool windowfocus --sync "$(window_of "Software Update")" key Escape
+await "the offer is put off" window_gone "Software Update"
 shoot_kind UTILITY missing.png
 xdotool windowfocus --sync "$(windows_of_kind UTILITY)" key space
 await "the folder chooser" window_shown "Pick Orvel Storage folder"
@@ -317,6 +339,9 @@ leave
 rm -rf "$folder"
 start_client
 await "the question for the missing folder" kind_shown UTILITY
+await "the offer" window_shown "Software Update"
+xdotool windowfocus --sync "$(window_of "Software Update")" key Escape
+await "is put off" window_gone "Software Update"
 xdotool windowfocus --sync "$(windows_of_kind UTILITY)" key Tab space
 await "the engine works again" logged "maindlg: network state  ok"
 folder=$(sed -n 's/.*"homepath" : "\([^"]*\)".*/\1/p' "$home/.local/share/orvel/config.json")

@@ -83,6 +83,7 @@ void DialogCld::menuClose()
 
 void DialogCld::manualUpdate()
 {
+    m_updater->CheckNow();
 }
 
 void DialogCld::checkUpdate()

@@ -11,19 +11,22 @@ constexpr int secondsPerMinute = 60;
 QString transferLines(const EngineState& state)
 {
     QString lines;
-    if (state.uploads > 0)
-        lines += QStringLiteral("%1").arg(state.uploads) +
+    if (state.uploads > 0) {
+        lines += QString::number(state.uploads) +
                  QCoreApplication::translate("DialogCld", " files are uploading to the cloud", "", state.uploads) +
                  QLatin1Char('\n');
-    if (state.downloads > 0)
+    }
+    if (state.downloads > 0) {
         lines +=
-            QStringLiteral("%1").arg(state.downloads) +
+            QString::number(state.downloads) +
             QCoreApplication::translate("DialogCld", " files are downloading from the cloud", "", state.downloads) +
             QLatin1Char('\n');
-    if (state.bps > 0)
+    }
+    if (state.bps > 0) {
         lines += QStringLiteral("%1 kB/sec, ").arg(state.bps / bytesPerKilobyte) +
                  QCoreApplication::translate("DialogCld", "time remaining %1 min")
                      .arg(state.timeRemaining / secondsPerMinute);
+    }
     return lines;
 }
 

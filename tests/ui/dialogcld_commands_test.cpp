@@ -7,6 +7,7 @@
 
 #include <QElapsedTimer>
 #include <QFocusEvent>
+#include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPointer>
@@ -25,7 +26,8 @@ class DialogCldCommandsTest final : public WindowTest
         ChangePackage = 4,
         Settings = 7,
         OpenGuide = 8,
-        Help = 9
+        Help = 9,
+        CheckForUpdates = 10
     };
 
     QString m_start; ///< where the folder chooser opened
@@ -143,6 +145,24 @@ private slots:
         m_dialog->toggleAutoUpdate(true);
         clientSettings().sync();
         QCOMPARE(clientSettings().value(QStringLiteral("QtSparkle/check_automatically")).toBool(), true);
+    }
+
+    void updateCheckOfTheMenuOffersANewVersion()
+    {
+        const QByteArray feed = "<rss xmlns:s='http://www.andymatuschak.org/xml-namespaces/sparkle'><item>"
+                                "<enclosure url='https://www.orvel.example/new.exe' s:version='9.9'/></item></rss>";
+        const QByteArray before = qgetenv("ORVEL_UPDATE_FEED");
+        qputenv("ORVEL_UPDATE_FEED", "data:text/xml," + feed.toPercentEncoding());
+        create();
+        qputenv("ORVEL_UPDATE_FEED", before);
+        action(CheckForUpdates)->trigger();
+        EVENTUALLY(m_dialog->findChild<QDialog*>(QStringLiteral("UpdateDialog")) != nullptr);
+        auto* offer = m_dialog->findChild<QDialog*>(QStringLiteral("UpdateDialog"));
+        QVERIFY(offer->isVisible());
+        QCOMPARE(offer->findChild<QLabel*>(QStringLiteral("summary"))->text(),
+                 QStringLiteral("Orvel Storage 9.9 je na voljo - ti imaš 0.9.3. Želiš prenesti najnovejšo različico?"));
+        QTest::mouseClick(offer->findChild<QPushButton*>(QStringLiteral("install")), Qt::LeftButton);
+        QCOMPARE(m_opened, QStringList{QStringLiteral("https://www.orvel.example/new.exe")});
     }
 
     // Clicks on the tray
