@@ -15,6 +15,11 @@ namespace
 
 constexpr int answered = 1;
 
+constexpr int margin = 24;         // pixels
+constexpr int rowGap = 14;         // pixels
+constexpr int questionWidth = 380; // pixels, the least
+constexpr int buttonWidth = 100;   // pixels, the least
+
 } // namespace
 
 PickHomepath::PickHomepath(const QString& mode, const QString& defaultPath, QWidget* parent)
@@ -28,11 +33,18 @@ PickHomepath::PickHomepath(const QString& mode, const QString& defaultPath, QWid
 
 void PickHomepath::buildMoveOrDelete()
 {
+    m_layout->setContentsMargins(margin, margin, margin, margin);
+    m_layout->setSpacing(rowGap);
+
     auto* heading = new QLabel(QStringLiteral("<b>") + tr("Error") + QStringLiteral("</b>"));
     heading->setAlignment(Qt::AlignCenter);
     m_layout->addWidget(heading);
 
-    m_layout->addWidget(new QLabel(tr("Orvel Storage folder was not found. Was it moved/renamed or deleted?")));
+    auto* question = new QLabel(tr("Orvel Storage folder was not found. Was it moved/renamed or deleted?"));
+    question->setWordWrap(true);
+    question->setMinimumSize(questionWidth, question->heightForWidth(questionWidth));
+    m_layout->addWidget(question);
+    setAccessibleName(question->text()); // the window has no title to be read out
 
     auto* line = new QFrame;
     line->setFrameStyle(QFrame::HLine);
@@ -42,6 +54,8 @@ void PickHomepath::buildMoveOrDelete()
         auto* row = new QHBoxLayout;
         row->addWidget(new QLabel(caption), 1);
         auto* button = new QPushButton(buttonText);
+        button->setMinimumWidth(buttonWidth);
+        button->setAccessibleDescription(caption);
         connect(button, SIGNAL(clicked()), this, slot);
         row->addWidget(button);
         m_layout->addLayout(row);

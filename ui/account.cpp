@@ -9,6 +9,13 @@
 #include <QPushButton>
 #include <QSettings>
 
+namespace
+{
+
+constexpr int editWidth = 220; // pixels, the least
+
+} // namespace
+
 Account::Account(ServerComm* server, QWidget* parent)
     : QWidget(parent)
     , m_server(server)
@@ -23,6 +30,9 @@ Account::Account(ServerComm* server, QWidget* parent)
     emailCaption->setBuddy(m_email);
     auto* passwordCaption = new QLabel(tr("Password"));
     passwordCaption->setBuddy(m_password);
+
+    for (QLineEdit* edit : {m_email, m_password})
+        edit->setMinimumWidth(editWidth);
 
     constexpr int statusRowSpan = 5;
     constexpr int statusColumnSpan = 2;

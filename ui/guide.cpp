@@ -1,10 +1,29 @@
 #include "ui/guide.h"
 
 #include <QHBoxLayout>
+#include <QIcon>
 #include <QLabel>
-#include <QPixmap>
 #include <QPushButton>
 #include <QVBoxLayout>
+
+namespace
+{
+
+constexpr int margin = 20;     // pixels
+constexpr int sectionGap = 14; // pixels
+constexpr QSize pictureSize(480, 260);
+constexpr int textWidth = pictureSize.width();
+constexpr int buttonWidth = 100; // pixels, the least
+
+/// Its place stays free while it is hidden.
+void keepPlace(QWidget* widget)
+{
+    QSizePolicy policy = widget->sizePolicy();
+    policy.setRetainSizeWhenHidden(true);
+    widget->setSizePolicy(policy);
+}
+
+} // namespace
 
 // The misspellings and dots of the page texts stand in the translations' keys and must stay.
 
@@ -23,8 +42,11 @@ Guide::Guide(QWidget* parent)
     setWindowTitle(tr("Welcome to Orvel Storage"));
     m_text->setWordWrap(true);
     m_text->setTextFormat(Qt::RichText);
+    m_text->setAlignment(Qt::AlignLeft | Qt::AlignTop);
+    m_picture->setAlignment(Qt::AlignCenter);
     m_next->setDefault(true);
     buildLayout();
+    reserveRoom();
     connect(m_next, SIGNAL(clicked()), this, SLOT(moveForward()));
     connect(m_back, SIGNAL(clicked()), this, SLOT(moveBack()));
     connect(m_skip, SIGNAL(clicked()), this, SLOT(close()));
@@ -34,15 +56,41 @@ Guide::Guide(QWidget* parent)
 void Guide::buildLayout()
 {
     auto* row = new QHBoxLayout;
-    row->addWidget(m_stepLabel);
+    row->addWidget(m_stepLabel, 1);
     row->addWidget(m_back);
     row->addWidget(m_skip);
     row->addWidget(m_next);
 
     auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(margin, margin, margin, margin);
+    layout->setSpacing(sectionGap);
+    layout->setSizeConstraint(QLayout::SetFixedSize);
     layout->addWidget(m_text);
     layout->addWidget(m_picture);
     layout->addLayout(row);
+}
+
+/// So that nothing moves from step to step: room for the longest text and for every button.
+void Guide::reserveRoom()
+{
+    int textHeight = 0;
+    for (const QString& text : m_texts) {
+        m_text->setText(text);
+        textHeight = qMax(textHeight, m_text->heightForWidth(textWidth));
+    }
+    m_text->setFixedSize(textWidth, textHeight);
+
+    const QString firstSkip = m_skip->text();
+    int skipWidth = buttonWidth;
+    for (const QString& text : {tr("Skip Guide"), tr("Close guide"), firstSkip}) {
+        m_skip->setText(text);
+        skipWidth = qMax(skipWidth, m_skip->sizeHint().width());
+    }
+    m_skip->setMinimumWidth(skipWidth);
+    for (QPushButton* button : {m_back, m_next}) {
+        button->setMinimumWidth(buttonWidth);
+        keepPlace(button);
+    }
 }
 
 void Guide::moveForward()
@@ -62,7 +110,8 @@ void Guide::showStep(int step)
     m_step = step;
     m_stepLabel->setText(tr("Step %n", "", step) + QLatin1Char(' ') + tr("of %n", "", stepCount));
     m_text->setText(m_texts.at(static_cast<size_t>(step - 1)));
-    m_picture->setPixmap(QPixmap(QStringLiteral(":/guide%1.png").arg(step)));
+    // An icon has the finer picture for screens that show one.
+    m_picture->setPixmap(QIcon(QStringLiteral(":/guide%1.png").arg(step)).pixmap(pictureSize));
 
     switch (step) {
     case 1:

@@ -25,6 +25,7 @@ private:
     static constexpr int stepCount = 4;
 
     void buildLayout();
+    void reserveRoom();
     void showStep(int step);
 
     int m_step = 1;

@@ -5,6 +5,16 @@
 #include <QRadioButton>
 #include <QVBoxLayout>
 
+namespace
+{
+
+constexpr int margin = 20;       // pixels
+constexpr int sectionGap = 14;   // pixels
+constexpr int windowWidth = 300; // pixels, the least: for its title
+constexpr int buttonWidth = 100; // pixels, the least
+
+} // namespace
+
 PickRacun::PickRacun(const QStringList& ids)
     : m_ids(ids)
     , m_group(new QGroupBox(tr("Pick accunt")))
@@ -18,11 +28,15 @@ PickRacun::PickRacun(const QStringList& ids)
 
     auto* button = new QPushButton(tr("Login"));
     button->setDefault(true);
+    button->setMinimumWidth(buttonWidth);
     connect(button, SIGNAL(clicked()), this, SLOT(dologin()));
 
     auto* layout = new QVBoxLayout(this);
+    layout->setContentsMargins(margin, margin, margin, margin);
+    layout->setSpacing(sectionGap);
     layout->addWidget(m_group);
-    layout->addWidget(button);
+    layout->addWidget(button, 0, Qt::AlignRight);
+    setMinimumWidth(windowWidth);
 }
 
 void PickRacun::dologin()

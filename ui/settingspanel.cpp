@@ -12,6 +12,9 @@
 #include <QLineEdit>
 #include <QPushButton>
 #include <QVBoxLayout>
+#include <QVector>
+
+#include <utility>
 
 namespace
 {
@@ -69,8 +72,10 @@ SettingsPanel SettingsPanel::build(QDialog* dialog, QCheckBox* startupBox, const
         FolderRow,
         SecondSeparatorRow,
         StartupRow,
-        AutoUpdateRow
+        AutoUpdateRow,
+        EmptyRow
     };
+    settings->setRowStretch(EmptyRow, 1); // hidden rows leave their height to it
 
     panel.startup = startupBox;
     settings->addWidget(panel.startup, StartupRow, 0);
@@ -130,23 +135,39 @@ SettingsPanel SettingsPanel::build(QDialog* dialog, QCheckBox* startupBox, const
 void SettingsPanel::show(const PanelView& view) const
 {
     heading->setText(view.heading);
-    if (!view.credentialsVisible && (username->hasFocus() || password->hasFocus()))
-        login->setFocus(); // the focus would go on to the path, and select it
-    for (QWidget* widget : {static_cast<QWidget*>(usernameCaption), static_cast<QWidget*>(username),
-                            static_cast<QWidget*>(passwordCaption), static_cast<QWidget*>(password)})
-        widget->setVisible(view.credentialsVisible);
-    username->setEnabled(view.credentialsEnabled);
-    password->setEnabled(view.credentialsEnabled);
+    // Left alone, the focus would go on from a form that cannot be filled in to the path, and select it.
+    const bool canSignInAgain = view.credentialsEnabled && !username->isEnabled();
+    if (!view.credentialsEnabled && (username->hasFocus() || password->hasFocus()))
+        (view.loginEnabled ? static_cast<QWidget*>(login) : startup)->setFocus();
+
+    QVector<std::pair<QWidget*, bool>> visibility{
+        {usernameCaption, view.credentialsVisible},
+        {username, view.credentialsVisible},
+        {passwordCaption, view.credentialsVisible},
+        {password, view.credentialsVisible},
+        {autoUpdate, view.updateVisible},
+        {firstSeparator, view.updateVisible},
+        {login, true},
+    };
     if (view.folderVisible) {
-        folderPath->setVisible(*view.folderVisible);
-        folderCaption->setVisible(*view.folderVisible);
-        secondSeparator->setVisible(*view.folderVisible);
+        for (QWidget* widget : {static_cast<QWidget*>(folderPath), static_cast<QWidget*>(folderCaption),
+                                static_cast<QWidget*>(secondSeparator)})
+            visibility.append({widget, *view.folderVisible});
     }
     if (view.pickFolderVisible)
-        pickFolder->setVisible(*view.pickFolderVisible);
-    autoUpdate->setVisible(view.updateVisible);
-    firstSeparator->setVisible(view.updateVisible);
-    login->setVisible(true);
+        visibility.append({pickFolder, *view.pickFolderVisible});
+    // Hide first: the window would grow for what is never seen together.
+    for (const bool shown : {false, true}) {
+        for (const auto& entry : qAsConst(visibility)) {
+            if (entry.second == shown)
+                entry.first->setVisible(shown);
+        }
+    }
+
+    username->setEnabled(view.credentialsEnabled);
+    password->setEnabled(view.credentialsEnabled);
+    if (canSignInAgain)
+        username->setFocus();
     login->setEnabled(view.loginEnabled);
     login->setText(view.loginText);
     if (view.status)

@@ -2,11 +2,22 @@
 
 #include "base/log.h"
 
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QVBoxLayout>
+
+namespace
+{
+
+constexpr int margin = 20;       // pixels
+constexpr int rowGap = 12;       // pixels
+constexpr int emailWidth = 240;  // pixels, the least
+constexpr int buttonWidth = 100; // pixels, the least
+
+} // namespace
 
 ShareFolder::ShareFolder(int id, const QString& folderPath, QWidget* parent)
     : QDialog(parent)
@@ -21,6 +32,10 @@ ShareFolder::ShareFolder(int id, const QString& folderPath, QWidget* parent)
     setWindowTitle(tr("Folder sharing"));
     auto* caption = new QLabel(tr("Email of user"));
     caption->setBuddy(m_email);
+    m_email->setMinimumWidth(emailWidth);
+    m_button->setMinimumWidth(buttonWidth);
+    m_layout->setContentsMargins(margin, margin, margin, margin);
+    m_layout->setSpacing(rowGap);
     m_inputRow->addWidget(caption);
     m_inputRow->addWidget(m_email, 1);
     m_inputRow->addWidget(m_button);
@@ -29,7 +44,16 @@ ShareFolder::ShareFolder(int id, const QString& folderPath, QWidget* parent)
 
     m_email->setFocus();
     m_email->grabKeyboard(); // typing arrives even before the window is active
+    m_email->installEventFilter(this);
     connect(m_button, SIGNAL(pressed()), this, SLOT(sharePressed()));
+}
+
+/// The edit keeps the keyboard only as long as the user stays in it.
+bool ShareFolder::eventFilter(QObject* watched, QEvent* event)
+{
+    if (watched == m_email && event->type() == QEvent::FocusOut)
+        m_email->releaseKeyboard();
+    return QDialog::eventFilter(watched, event);
 }
 
 void ShareFolder::done(int result)
@@ -64,7 +88,10 @@ void ShareFolder::shareFolderResult(int msgid, bool success, int msg)
     m_result->setAlignment(Qt::AlignCenter);
     m_button->setText(tr("OK"));
     m_button->setEnabled(true);
+    m_email->releaseKeyboard();
     m_email->setEnabled(false);
     m_inputRow->removeWidget(m_button);
     m_layout->addWidget(m_button);
+    m_layout->setAlignment(m_button, Qt::AlignHCenter);
+    m_button->setFocus();
 }

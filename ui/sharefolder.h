@@ -20,6 +20,7 @@ public:
     ShareFolder(int id, const QString& folderPath, QWidget* parent);
 
     void done(int result) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
 signals:
     void newSharedFolder(QString user, QString pth, int id);
