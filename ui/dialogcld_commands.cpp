@@ -110,7 +110,7 @@ void DialogCld::trayActivated(QSystemTrayIcon::ActivationReason reason)
     if (reason != QSystemTrayIcon::Trigger)
         return;
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
-    ORVEL_LOG << now - lastFolderClick;
+    ORVEL_LOG << "maindlg:" << now - lastFolderClick;
     if (now - lastFolderClick > doubleClickTime) {
         if (m_syncFolder->uid() != 0)
             openHomefolder();
