@@ -49,6 +49,18 @@ private slots:
                     .endsWith(QStringLiteral("#versions=2")));
     }
 
+    void updateFeedIsTheServersUnlessTheEnvironmentNamesAnother()
+    {
+        const QByteArray before = qgetenv("ORVEL_UPDATE_FEED");
+        qunsetenv("ORVEL_UPDATE_FEED");
+        QCOMPARE(webpages::updateFeed(QStringLiteral("sync.orvel.example")).toString(),
+                 QStringLiteral("http://sync.orvel.example/sync/clientversionxml?os=win&app=orvel"));
+        qputenv("ORVEL_UPDATE_FEED", "https://127.0.0.1:1/staged?x=1");
+        QCOMPARE(webpages::updateFeed(QStringLiteral("sync.orvel.example")).toString(),
+                 QStringLiteral("https://127.0.0.1:1/staged?x=1"));
+        qputenv("ORVEL_UPDATE_FEED", before);
+    }
+
     void fewerThanTwoIdsNameNoPage()
     {
         QVERIFY(webpages::item(QStringLiteral("h"), {}, QStringLiteral("share")).isEmpty());
