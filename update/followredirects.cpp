@@ -45,6 +45,8 @@ bool FollowRedirects::isTruncated() const
 void FollowRedirects::follow(QNetworkReply* reply)
 {
     m_reply = reply;
+    m_kept.clear();
+    m_truncated = false;
     connect(reply, SIGNAL(finished()), this, SLOT(FinishedSlot()));
     connect(reply, SIGNAL(readyRead()), this, SLOT(ReadSlot()));
     connect(reply, SIGNAL(destroyed()), this, SLOT(ReplyDestroyed()));
@@ -59,9 +61,11 @@ QUrl FollowRedirects::targetOf(const QNetworkReply& reply)
     QUrl target = attribute.toUrl();
     if (target.scheme().isEmpty() || target.host().isEmpty()) {
         // Only the path is taken; the redirecting address keeps the rest, its query among it.
-        const QString path = target.path();
+        QString path = target.path(QUrl::FullyEncoded);
+        if (!path.isEmpty() && !path.startsWith(QLatin1Char('/')))
+            path.prepend(QLatin1Char('/')); // without it there is no valid address
         target = reply.url();
-        target.setPath(path);
+        target.setPath(path, QUrl::StrictMode);
     }
     return IsWeb(target) ? target : QUrl();
 }
