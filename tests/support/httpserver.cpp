@@ -180,6 +180,7 @@ void HttpServer::incomingConnection(qintptr descriptor)
     connect(socket, SIGNAL(readyRead()), this, SLOT(read()));
     if (!socket->setSocketDescriptor(descriptor))
         qFatal("a connection was lost");
+    socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
     if (auto* secure = qobject_cast<QSslSocket*>(socket)) {
         secure->setLocalCertificate(certificate());
         secure->setPrivateKey(privateKey());

@@ -179,7 +179,7 @@ private slots:
             QTest::newRow(name) << QString::fromLatin1(from) << QByteArray(location) << QByteArray(target);
         };
         row("path", "/old", "/new/path", "/new/path");
-        row("path without a leading slash", "/old/one?a=b", "new/path", "/new/path?a=b");
+        row("path without a leading slash", "/old?a=b", "new/path", "/new/path?a=b");
         row("query of the target is dropped", "/old", "/new/path?x=1", "/new/path");
         row("query of the redirecting address is kept", "/old?os=win&app=orvel", "/new/path",
             "/new/path?os=win&app=orvel");
