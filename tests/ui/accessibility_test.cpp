@@ -1,8 +1,10 @@
 #include "tests/support/test.h"
 #include "tests/ui/gallery.h"
+#include "ui/dialogcld.h"
 
 #include <QAccessible>
 #include <QApplication>
+#include <QCheckBox>
 #include <QDialog>
 #include <QLabel>
 #include <QLineEdit>
@@ -222,6 +224,16 @@ private slots:
         typeAt(Qt::Key_Space);
         QCOMPARE(email->text(), QStringLiteral("a"));
         QCOMPARE(requests.count(), 1);
+    }
+
+    void formThatCannotBeFilledInPassesTheFocusOnAndTakesItBack()
+    {
+        QWidget& window = show(Gallery::English, QStringLiteral("main-offline"));
+        QCOMPARE(window.focusWidget(), static_cast<QWidget*>(m_gallery->mainWindow().panel().startup));
+        QCOMPARE(m_gallery->mainWindow().panel().folderPath->selectedText(), QString());
+        show(Gallery::English, QStringLiteral("main-signedout")); // after having been signed in
+        QCOMPARE(m_gallery->mainWindow().focusWidget(),
+                 static_cast<QWidget*>(m_gallery->mainWindow().panel().username));
     }
 
     // The checks themselves

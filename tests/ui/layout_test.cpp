@@ -227,6 +227,22 @@ private slots:
         QVERIFY(qAbs(picture.center().x() - guide.rect().center().x()) <= 1);
     }
 
+    void mainWindowKeepsItsSizeFromStateToState_data()
+    {
+        QTest::addColumn<Gallery::Language>("language");
+        QTest::newRow("en") << Gallery::English;
+        QTest::newRow("sl") << Gallery::Slovenian;
+    }
+    void mainWindowKeepsItsSizeFromStateToState()
+    {
+        QFETCH(Gallery::Language, language);
+        const QSize atStart = show(language, QStringLiteral("main-start")).size();
+        const QStringList windows = Gallery::names().filter(QStringLiteral("main-"));
+        QVERIFY(windows.size() > 5);
+        for (const QString& window : windows)
+            QCOMPARE(show(language, window).size(), atStart);
+    }
+
     // The checks themselves
 
     void lackOfRoomIsNoticed()
