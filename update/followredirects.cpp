@@ -32,7 +32,7 @@ QNetworkReply* FollowRedirects::reply() const
 
 QByteArray FollowRedirects::takeBody()
 {
-    if (m_reply && !m_truncated)
+    if (m_reply && m_reply->isOpen() && !m_truncated) // one that was given up is closed
         m_kept = m_reply->readAll();
     return std::exchange(m_kept, QByteArray());
 }

@@ -11,7 +11,8 @@ namespace qtsparkle
 /// Follows the redirects of a download, five at the most, and bounds what comes in the end.
 ///
 /// It owns the reply that it is given and those that follow, and has no parent: whoever takes the result
-/// calls deleteLater(). Nobody has to when none comes any more. GUI thread, like the replies.
+/// calls deleteLater(), and who does not wait for it any more deletes it, which ends the download. Nobody has
+/// to when none comes any more. GUI thread, like the replies.
 class FollowRedirects final : public QObject
 {
     Q_OBJECT
@@ -19,7 +20,7 @@ class FollowRedirects final : public QObject
 
 public:
     /// No feed and no notes are anywhere near as large; a body that never ends stops here.
-    static constexpr qint64 maximumBody = 8 * 1024 * 1024; // bytes
+    static constexpr qint64 maximumBody = Q_INT64_C(8) * 1024 * 1024; // bytes
 
     /// Whether an address is http or https: a feed can lead nowhere else.
     static bool IsWeb(const QUrl& url);

@@ -29,6 +29,11 @@ UpdateChecker::UpdateChecker(QObject* parent)
 {
 }
 
+UpdateChecker::~UpdateChecker()
+{
+    delete m_download;
+}
+
 void UpdateChecker::SetNetworkAccessManager(QNetworkAccessManager* network)
 {
     m_network = network;
@@ -53,9 +58,9 @@ void UpdateChecker::Check(const QUrl& url, bool manual)
 
     QNetworkRequest request(url);
     request.setAttribute(QNetworkRequest::CacheLoadControlAttribute, QNetworkRequest::AlwaysNetwork);
-    auto* redirects = new FollowRedirects(m_network->get(request));
-    connect(redirects, SIGNAL(Finished()), this, SLOT(Finished()));
-    connect(redirects, SIGNAL(RedirectLimitReached()), this, SLOT(RedirectLimitReached()));
+    m_download = new FollowRedirects(m_network->get(request));
+    connect(m_download, SIGNAL(Finished()), this, SLOT(Finished()));
+    connect(m_download, SIGNAL(RedirectLimitReached()), this, SLOT(RedirectLimitReached()));
 }
 
 void UpdateChecker::Finished()

@@ -3,6 +3,7 @@
 #include "update/appcast.h"
 
 #include <QObject>
+#include <QPointer>
 #include <QString>
 
 class QNetworkAccessManager;
@@ -10,6 +11,8 @@ class QUrl;
 
 namespace qtsparkle
 {
+
+class FollowRedirects;
 
 /// Fetches and reads the update feed once, and says what came of it by exactly one of its last three signals.
 /// Several checkers may work at once; they share nothing but the settings.
@@ -20,6 +23,7 @@ class UpdateChecker final : public QObject
 
 public:
     explicit UpdateChecker(QObject* parent);
+    ~UpdateChecker() override;
 
     /// Not owned; without one the checker makes its own.
     void SetNetworkAccessManager(QNetworkAccessManager* network);
@@ -44,6 +48,7 @@ private:
     QString m_version;
     bool m_inProgress = false;
     bool m_manual = false;
+    QPointer<FollowRedirects> m_download; ///< deletes itself when its result was taken
 };
 
 } // namespace qtsparkle
