@@ -245,7 +245,6 @@ for page in 1 2 3 4; do
   shoot_window "Welcome to Orvel Storage" "guide-$page.png"
   xdotool windowfocus --sync "$(window_of "Welcome to Orvel Storage")" key Return
 done
-xdotool key Escape
 await "the guide closes" window_gone "Welcome to Orvel Storage"
 
 say "Signing in"

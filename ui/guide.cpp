@@ -122,9 +122,12 @@ void Guide::showStep(int step)
         break;
     case 3:
         m_next->show();
+        m_next->setDefault(true);
         m_skip->setText(tr("Skip Guide"));
         break;
     default:
+        m_skip->setFocus(); // Enter goes on to the end, not back to where the focus would fall
+        m_skip->setDefault(true);
         m_next->hide();
         m_skip->setText(tr("Close guide"));
     }

@@ -65,6 +65,7 @@ void UiController::CheckStarted()
     m_progress->setCancelButton(nullptr);
     m_progress->setWindowTitle(tr("Preverjam za posodobitve"));
     m_progress->setLabelText(tr("Preverjam za posodobitve %1...").arg(QCoreApplication::applicationName()));
+    m_progress->setMinimumSize(m_progress->sizeHint());
     m_progress->show();
 }
 

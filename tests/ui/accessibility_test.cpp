@@ -168,8 +168,9 @@ private slots:
         QFETCH(QString, window);
         QWidget& shown = show(language, window);
         const QVector<QWidget*> expected = inReadingOrder(shown);
-        QCOMPARE(expected.isEmpty(),
-                 qobject_cast<QMenu*>(&shown) != nullptr || window == QLatin1String("account-offline"));
+        QCOMPARE(expected.isEmpty(), qobject_cast<QMenu*>(&shown) != nullptr ||
+                                         window == QLatin1String("account-offline") ||
+                                         window == QLatin1String("update-progress"));
         if (expected.isEmpty())
             return;
         QCOMPARE(names(inTabOrder(shown, expected.first())), names(expected));

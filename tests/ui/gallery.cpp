@@ -10,6 +10,10 @@
 #include "ui/guide.h"
 #include "ui/pickracun.h"
 #include "ui/sharefolder.h"
+#include "ui/webpages.h"
+#include "update/uicontroller.h"
+#include "update/updatedialog.h"
+#include "update/updater.h"
 
 #include <QApplication>
 #include <QDir>
@@ -17,10 +21,12 @@
 #include <QLocale>
 #include <QMenu>
 #include <QMessageBox>
+#include <QProgressDialog>
 #include <QPushButton>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QTemporaryDir>
+#include <QTextBrowser>
 
 namespace
 {
@@ -65,16 +71,17 @@ Widget* visibleTopLevel()
 
 QStringList Gallery::names()
 {
-    return {QStringLiteral("main-start"),     QStringLiteral("main-signin"),    QStringLiteral("main-refused"),
-            QStringLiteral("main-signedout"), QStringLiteral("main-offline"),   QStringLiteral("main-lost"),
-            QStringLiteral("main-settings"),  QStringLiteral("folderexists"),   QStringLiteral("menu"),
-            QStringLiteral("guide-1"),        QStringLiteral("guide-2"),        QStringLiteral("guide-3"),
-            QStringLiteral("guide-4"),        QStringLiteral("picker-2"),       QStringLiteral("picker-12"),
-            QStringLiteral("missing"),        QStringLiteral("share-ask"),      QStringLiteral("share-0"),
-            QStringLiteral("share-1"),        QStringLiteral("share-2"),        QStringLiteral("share-3"),
-            QStringLiteral("share-4"),        QStringLiteral("share-unknown"),  QStringLiteral("share-done"),
-            QStringLiteral("account-start"),  QStringLiteral("account-logout"), QStringLiteral("account-ok"),
-            QStringLiteral("account-offline")};
+    return {QStringLiteral("main-start"),      QStringLiteral("main-signin"),    QStringLiteral("main-refused"),
+            QStringLiteral("main-signedout"),  QStringLiteral("main-offline"),   QStringLiteral("main-lost"),
+            QStringLiteral("main-settings"),   QStringLiteral("folderexists"),   QStringLiteral("menu"),
+            QStringLiteral("guide-1"),         QStringLiteral("guide-2"),        QStringLiteral("guide-3"),
+            QStringLiteral("guide-4"),         QStringLiteral("picker-2"),       QStringLiteral("picker-12"),
+            QStringLiteral("missing"),         QStringLiteral("share-ask"),      QStringLiteral("share-0"),
+            QStringLiteral("share-1"),         QStringLiteral("share-2"),        QStringLiteral("share-3"),
+            QStringLiteral("share-4"),         QStringLiteral("share-unknown"),  QStringLiteral("share-done"),
+            QStringLiteral("account-start"),   QStringLiteral("account-logout"), QStringLiteral("account-ok"),
+            QStringLiteral("account-offline"), QStringLiteral("update-offer"),   QStringLiteral("update-progress"),
+            QStringLiteral("update-none"),     QStringLiteral("update-failed"),  QStringLiteral("update-ask")};
 }
 
 Gallery::Gallery(Language language)
@@ -162,6 +169,8 @@ QWidget* Gallery::open(const QString& kind, const QString& state)
         return openMenu();
     if (kind == QLatin1String("folderexists"))
         return openFolderExists();
+    if (kind == QLatin1String("update"))
+        return openUpdate(state);
     if (kind == QLatin1String("missing")) {
         m_window = std::make_unique<PickHomepath>(QStringLiteral("moveordel"), QLatin1String(folder), nullptr);
         m_window->setWindowFlags(Qt::Tool | Qt::WindowStaysOnTopHint);
@@ -257,6 +266,48 @@ QWidget* Gallery::openFolderExists()
     folderchooser::setAsker([&](QWidget*, const QString&, const QString&) { return taken.path(); });
     m_main->changeRoot();
     return m_main->findChild<QMessageBox*>();
+}
+
+QWidget* Gallery::openUpdate(const QString& state)
+{
+    if (state == QLatin1String("offer"))
+        return openOffer();
+    if (state == QLatin1String("ask")) {
+        QSettings settings = clientSettings();
+        settings.setValue(QStringLiteral("QtSparkle/first_boot"), false);
+        settings.setValue(QStringLiteral("QtSparkle/asked_permission"), false);
+        settings.setValue(QStringLiteral("QtSparkle/check_automatically"), false);
+        settings.sync();
+        auto* updater = new qtsparkle::Updater(webpages::updateFeed(QString()), m_main.get());
+        QCoreApplication::sendPostedEvents(updater);
+        return m_main->findChild<QMessageBox*>();
+    }
+    m_main->show();
+    auto* controller = new qtsparkle::UiController(false, m_main.get(), m_main.get());
+    if (state == QLatin1String("progress")) {
+        controller->CheckStarted();
+        return m_main->findChild<QProgressDialog*>();
+    }
+    if (state == QLatin1String("none")) {
+        controller->UpToDate();
+    } else {
+        Test::expectWarning(QStringLiteral("Update check failed: .*"));
+        controller->CheckFailed(QStringLiteral("Connection refused"));
+    }
+    return m_main->findChild<QMessageBox*>();
+}
+
+QWidget* Gallery::openOffer()
+{
+    const AppCastPtr appcast(new qtsparkle::AppCast);
+    appcast->version = QStringLiteral("1.0");
+    auto* offer = new qtsparkle::UpdateDialog(m_main.get());
+    offer->SetIcon(m_main->windowIcon());
+    offer->SetVersion(QCoreApplication::applicationVersion());
+    offer->ShowUpdate(appcast);
+    offer->findChild<QTextBrowser*>()->setHtml(
+        QStringLiteral("<h2>1.0</h2><ul><li>Hitrejše usklajevanje</li><li>Nove ikone</li></ul>"));
+    return offer;
 }
 
 void Gallery::say(const QByteArray& line)

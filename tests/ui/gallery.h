@@ -48,6 +48,8 @@ private:
     QWidget* openAccount(const QString& state);
     QWidget* openMenu();
     QWidget* openFolderExists();
+    QWidget* openUpdate(const QString& state);
+    QWidget* openOffer();
     static void activate(QWidget& window);
     void say(const QByteArray& line);
     void sayState(const QByteArray& state, int uid);

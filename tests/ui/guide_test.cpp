@@ -138,6 +138,17 @@ private slots:
         QVERIFY(!m_guide->isVisible());
     }
 
+    void enterLeadsThroughToTheEnd()
+    {
+        QApplication::setActiveWindow(m_guide.get());
+        for (int step = 1; step <= 4; ++step) {
+            QVERIFY(labelWith(QStringLiteral("Step %1 of 4").arg(step)));
+            QWidget* focus = m_guide->focusWidget();
+            QTest::keyClick(focus != nullptr ? focus : m_guide.get(), Qt::Key_Return);
+        }
+        QVERIFY(!m_guide->isVisible());
+    }
+
     void keyboardAloneLeadsThrough()
     {
         QApplication::setActiveWindow(m_guide.get());
