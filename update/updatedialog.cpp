@@ -6,15 +6,21 @@
 #include <QDesktopServices>
 #include <QHBoxLayout>
 #include <QIcon>
+#include <QImage>
 #include <QLabel>
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
 #include <QPushButton>
 #include <QSettings>
 #include <QSpacerItem>
+#include <QTextBlock>
 #include <QTextBrowser>
+#include <QTextCursor>
+#include <QTextDocument>
+#include <QTextImageFormat>
 #include <QUrl>
 #include <QVBoxLayout>
+#include <QVector>
 
 namespace qtsparkle
 {
@@ -34,15 +40,67 @@ Widget* named(Widget* widget, const char* name)
     return widget;
 }
 
-/// Shows what it is given and fetches nothing: a picture in the notes must not tell the maker who reads them.
+/// Fetches nothing, neither from the network nor from this computer: a picture in the notes must not tell its
+/// maker who reads them. What it gives is empty but there, as Qt looks for a file in the place of nothing.
+class NotesDocument final : public QTextDocument
+{
+public:
+    explicit NotesDocument(QObject* parent)
+        : QTextDocument(parent)
+    {
+    }
+
+    /// Takes the pictures' names away. To be called before anything is laid out, which looks for their files.
+    void forgetPictures()
+    {
+        QVector<QTextCursor> pictures;
+        for (QTextBlock block = begin(); block.isValid(); block = block.next()) {
+            for (auto it = block.begin(); !it.atEnd(); ++it) {
+                const QTextFragment fragment = it.fragment();
+                if (!fragment.charFormat().isImageFormat())
+                    continue;
+                QTextCursor cursor(this);
+                cursor.setPosition(fragment.position());
+                cursor.setPosition(fragment.position() + fragment.length(), QTextCursor::KeepAnchor);
+                pictures << cursor;
+            }
+        }
+        for (QTextCursor& picture : pictures) {
+            QTextImageFormat nameless;
+            nameless.setName(QString());
+            picture.mergeCharFormat(nameless);
+        }
+    }
+
+protected:
+    QVariant loadResource(int type, const QUrl& name) override
+    {
+        Q_UNUSED(name)
+        if (type != QTextDocument::ImageResource)
+            return QString(QLatin1String(""));
+        QImage blank(1, 1, QImage::Format_ARGB32);
+        blank.fill(Qt::transparent);
+        return blank;
+    }
+};
+
+/// Keeps showing the notes, whichever link is clicked.
 class NotesBrowser final : public QTextBrowser
 {
 public:
-    QVariant loadResource(int type, const QUrl& name) override
+    void setSource(const QUrl& url) override
     {
-        Q_UNUSED(type)
-        Q_UNUSED(name)
-        return {};
+        if (url.hasFragment() && url.adjusted(QUrl::RemoveFragment).isEmpty())
+            scrollToAnchor(url.fragment());
+    }
+
+    void showHtml(const QString& html)
+    {
+        auto* document = new NotesDocument(this);
+        document->setDefaultFont(this->document()->defaultFont());
+        document->setHtml(html);
+        document->forgetPictures();
+        setDocument(document);
     }
 };
 
@@ -54,7 +112,7 @@ struct UpdateDialog::Widgets
     QLabel* title = nullptr;
     QLabel* summary = nullptr;
     QLabel* releaseNotesLabel = nullptr;
-    QTextBrowser* releaseNotes = nullptr;
+    NotesBrowser* releaseNotes = nullptr;
     QPushButton* skip = nullptr;
     QPushButton* later = nullptr;
     QPushButton* install = nullptr;
@@ -97,6 +155,7 @@ void UpdateDialog::Widgets::buildTextColumn(QHBoxLayout* columns)
     title->setWordWrap(true);
     column->addWidget(title);
     summary = named(new QLabel, "summary");
+    summary->setTextFormat(Qt::PlainText); // a version comes from the network
     column->addWidget(summary);
     releaseNotesLabel = named(new QLabel, "release_notes_label");
     column->addWidget(releaseNotesLabel);
@@ -142,7 +201,10 @@ UpdateDialog::UpdateDialog(QWidget* parent)
     connect(m_widgets->later, SIGNAL(clicked()), this, SLOT(close()));
 }
 
-UpdateDialog::~UpdateDialog() = default;
+UpdateDialog::~UpdateDialog()
+{
+    delete m_download;
+}
 
 void UpdateDialog::SetNetworkAccessManager(QNetworkAccessManager* network)
 {
@@ -178,8 +240,9 @@ void UpdateDialog::ShowUpdate(AppCastPtr appcast)
     const QUrl notes(appcast->release_notes_url);
     if (!FollowRedirects::IsWeb(notes))
         return;
-    auto* redirects = new FollowRedirects(m_network->get(QNetworkRequest(notes)));
-    connect(redirects, SIGNAL(Finished()), this, SLOT(ReleaseNotesReady()));
+    delete m_download;
+    m_download = new FollowRedirects(m_network->get(QNetworkRequest(notes)));
+    connect(m_download, SIGNAL(Finished()), this, SLOT(ReleaseNotesReady()));
 }
 
 void UpdateDialog::ReleaseNotesReady()
@@ -192,7 +255,7 @@ void UpdateDialog::ReleaseNotesReady()
     // Latin-1, up to the first zero byte.
     const QString notes = QString::fromLatin1(redirects->takeBody().constData());
     if (type.contains(QLatin1String("text/html")))
-        m_widgets->releaseNotes->setHtml(notes);
+        m_widgets->releaseNotes->showHtml(notes);
     else
         m_widgets->releaseNotes->setPlainText(notes);
 }

@@ -3,6 +3,7 @@
 #include "update/appcast.h"
 
 #include <QDialog>
+#include <QPointer>
 #include <QString>
 
 #include <memory>
@@ -12,6 +13,8 @@ class QNetworkAccessManager;
 
 namespace qtsparkle
 {
+
+class FollowRedirects;
 
 /// Announces a new version, shows its release notes, and offers to install, skip or postpone it. "Install"
 /// opens the download's address with the desktop's handler: nothing is downloaded or run here.
@@ -44,6 +47,7 @@ private:
     QNetworkAccessManager* m_network = nullptr;
     QString m_version;
     AppCastPtr m_appcast;
+    QPointer<FollowRedirects> m_download; ///< of the notes; deletes itself when they were taken
 };
 
 } // namespace qtsparkle
