@@ -102,7 +102,9 @@ void DialogCld::copyStatusIcons() const
 void DialogCld::nameApplication()
 {
     setWindowTitle(tr("Orvel Storage"));
-    setWindowIcon(QIcon(QStringLiteral(":/omri36.png")));
+    QIcon icon(QStringLiteral(":/omri36.png"));
+    icon.addFile(QStringLiteral(":/omri72.png")); // for places where it is shown larger
+    setWindowIcon(icon);
     QCoreApplication::setApplicationName(tr("Orvel Storage"));
     QCoreApplication::setApplicationVersion(QLatin1String(deployment::version));
     QCoreApplication::setOrganizationName(QStringLiteral("Velmora d.d."));
