@@ -9,8 +9,8 @@
 namespace
 {
 
-constexpr int dataTimeout = 1000;             // ms
-constexpr qint64 maximumMessage = 256 * 1024; // bytes; the longest path takes a quarter of it
+constexpr int dataTimeout = 1000;         // ms
+constexpr qint64 maximumMessage = 262144; // bytes; the longest path takes a quarter of it
 
 /// Whether somebody living listens there. A name that nobody answers may still be taken on Unix, by the
 /// socket that a killed client left behind.
