@@ -84,10 +84,11 @@ void UiController::UpdateAvailable(AppCastPtr appcast)
 void UiController::UpToDate()
 {
     hideProgress();
-    if (!m_quiet)
+    if (!m_quiet) {
         showBox(QMessageBox::Information, tr("Novih različic ni na voljo"),
                 tr("Nameščeno imaš najnovejšo različico ") + QCoreApplication::applicationName() + tr("a."),
                 QMessageBox::Ok, m_parentWidget);
+    }
     deleteLater();
 }
 
@@ -95,9 +96,10 @@ void UiController::CheckFailed(QString reason)
 {
     qWarning().noquote() << "Update check failed:" << reason;
     hideProgress();
-    if (!m_quiet)
+    if (!m_quiet) {
         showBox(QMessageBox::Warning, tr("Preverjanje za posodobitve ni uspelo"), reason, QMessageBox::Close,
                 m_parentWidget);
+    }
     deleteLater();
 }
 
