@@ -162,11 +162,13 @@ start_client() {
 }
 
 helpers=()
+elsewhere=
 # shellcheck disable=SC2317,SC2329  # called by the trap
 tidy_up() {
   [[ -z $client ]] || kill "$client" 2>/dev/null || true
   ((${#helpers[@]} == 0)) || kill "${helpers[@]}" 2>/dev/null || true
   wait 2>/dev/null || true
+  [[ -z $elsewhere ]] || rm -rf "$elsewhere"
 }
 trap tidy_up EXIT
 
@@ -177,7 +179,10 @@ in_trial_home "$home"
 export ORVEL_LOCAL_CLOUD=$home/cloud
 export ORVEL_LANGUAGE=${ORVEL_LANGUAGE-en} # the names of windows below are English
 # Where the path would be too long for a socket, the temporary files go elsewhere.
-if ((${#TMPDIR} > 80)); then TMPDIR=$(mktemp -d /tmp/orvel-tour.XXXXXX); export TMPDIR; fi
+if ((${#TMPDIR} > 80)); then
+  elsewhere=$(mktemp -d /tmp/orvel-tour.XXXXXX)
+  export TMPDIR=$elsewhere
+fi
 
 point_at_tray() {
   eval "$(xdotool getwindowgeometry --shell "$(tray_window)" | grep -E '^(X|Y|WIDTH|HEIGHT)=')"

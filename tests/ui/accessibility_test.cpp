@@ -92,19 +92,7 @@ QVector<QPushButton*> buttonsToPress(const QWidget& window)
     return buttons;
 }
 
-void addWindows()
-{
-    QTest::addColumn<Gallery::Language>("language");
-    QTest::addColumn<QString>("window");
-    for (const QString& name : Gallery::names()) {
-        QTest::newRow(qPrintable(QStringLiteral("en/") + name)) << Gallery::English << name;
-        QTest::newRow(qPrintable(QStringLiteral("sl/") + name)) << Gallery::Slovenian << name;
-    }
-}
-
 } // namespace
-
-Q_DECLARE_METATYPE(Gallery::Language)
 
 class AccessibilityTest final : public Test
 {
@@ -128,7 +116,7 @@ private:
 private slots:
     void everythingThatTakesTheFocusHasAName_data()
     {
-        addWindows();
+        Gallery::addRows();
     }
     void everythingThatTakesTheFocusHasAName()
     {
@@ -146,7 +134,7 @@ private slots:
 
     void windowHasAName_data()
     {
-        addWindows();
+        Gallery::addRows();
     }
     void windowHasAName()
     {
@@ -160,7 +148,7 @@ private slots:
 
     void tabLeadsThroughEverythingAsOneReadsIt_data()
     {
-        addWindows();
+        Gallery::addRows();
     }
     void tabLeadsThroughEverythingAsOneReadsIt()
     {
@@ -178,7 +166,7 @@ private slots:
 
     void oneButtonIsTheDefaultOne_data()
     {
-        addWindows();
+        Gallery::addRows();
     }
     void oneButtonIsTheDefaultOne()
     {
@@ -196,7 +184,7 @@ private slots:
 
     void escapeClosesIt_data()
     {
-        addWindows();
+        Gallery::addRows();
     }
     void escapeClosesIt()
     {

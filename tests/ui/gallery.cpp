@@ -84,6 +84,16 @@ QStringList Gallery::names()
             QStringLiteral("update-none"),     QStringLiteral("update-failed"),  QStringLiteral("update-ask")};
 }
 
+void Gallery::addRows()
+{
+    QTest::addColumn<Language>("language");
+    QTest::addColumn<QString>("window");
+    for (const QString& name : names()) {
+        QTest::newRow(qPrintable(QStringLiteral("en/") + name)) << English << name;
+        QTest::newRow(qPrintable(QStringLiteral("sl/") + name)) << Slovenian << name;
+    }
+}
+
 Gallery::Gallery(Language language)
 {
     const bool loaded = language == English ? m_translator.load(QStringLiteral(":/language-en"))

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <QMetaType>
 #include <QStringList>
 #include <QTranslator>
 
@@ -26,6 +27,9 @@ public:
     };
 
     static QStringList names();
+
+    /// A row of test data for each window in each language, in the columns "language" and "window".
+    static void addRows();
 
     explicit Gallery(Language language);
     ~Gallery();
@@ -59,3 +63,5 @@ private:
     std::unique_ptr<DialogCld> m_main;
     std::unique_ptr<QWidget> m_window; ///< when it is not the main window's
 };
+
+Q_DECLARE_METATYPE(Gallery::Language)

@@ -81,19 +81,7 @@ bool isSharp(const QLabel& label)
     return isSharp(picture, picture.size() / picture.devicePixelRatio(), label.devicePixelRatioF());
 }
 
-void addWindows()
-{
-    QTest::addColumn<Gallery::Language>("language");
-    QTest::addColumn<QString>("window");
-    for (const QString& name : Gallery::names()) {
-        QTest::newRow(qPrintable(QStringLiteral("en/") + name)) << Gallery::English << name;
-        QTest::newRow(qPrintable(QStringLiteral("sl/") + name)) << Gallery::Slovenian << name;
-    }
-}
-
 } // namespace
-
-Q_DECLARE_METATYPE(Gallery::Language)
 
 class LayoutTest final : public Test
 {
@@ -139,7 +127,7 @@ private slots:
 
     void everythingHasTheRoomItNeeds_data()
     {
-        addWindows();
+        Gallery::addRows();
     }
     void everythingHasTheRoomItNeeds()
     {
@@ -151,7 +139,7 @@ private slots:
 
     void everythingIsStillThereInTheSmallestWindow_data()
     {
-        addWindows();
+        Gallery::addRows();
     }
     void everythingIsStillThereInTheSmallestWindow()
     {
@@ -166,7 +154,7 @@ private slots:
 
     void picturesAreSharp_data()
     {
-        addWindows();
+        Gallery::addRows();
     }
     void picturesAreSharp()
     {
