@@ -301,6 +301,428 @@
     </message>
 </context>
 <context>
+    <name>QFileDialog</name>
+    <message>
+        <source>Look in:</source>
+        <translation>Poišči v:</translation>
+    </message>
+    <message>
+        <source>Directory:</source>
+        <translation>Mapa:</translation>
+    </message>
+    <message>
+        <source>Files of type:</source>
+        <translation>Vrsta:</translation>
+    </message>
+    <message>
+        <source>Directories</source>
+        <translation>Mape</translation>
+    </message>
+    <message>
+        <source>&amp;Choose</source>
+        <translation>&amp;Izberi</translation>
+    </message>
+    <message>
+        <source>&amp;Open</source>
+        <translation>&amp;Odpri</translation>
+    </message>
+    <message>
+        <source>Back</source>
+        <translation>Nazaj</translation>
+    </message>
+    <message>
+        <source>Go back</source>
+        <translation>Pojdi nazaj</translation>
+    </message>
+    <message>
+        <source>Forward</source>
+        <translation>Naprej</translation>
+    </message>
+    <message>
+        <source>Go forward</source>
+        <translation>Pojdi naprej</translation>
+    </message>
+    <message>
+        <source>Parent Directory</source>
+        <translation>Nadrejena mapa</translation>
+    </message>
+    <message>
+        <source>Go to the parent directory</source>
+        <translation>Pojdi v nadrejeno mapo</translation>
+    </message>
+    <message>
+        <source>Create New Folder</source>
+        <translation>Nova mapa</translation>
+    </message>
+    <message>
+        <source>Create a New Folder</source>
+        <translation>Ustvari novo mapo</translation>
+    </message>
+    <message>
+        <source>List View</source>
+        <translation>Seznam</translation>
+    </message>
+    <message>
+        <source>Change to list view mode</source>
+        <translation>Prikaži kot seznam</translation>
+    </message>
+    <message>
+        <source>Detail View</source>
+        <translation>Podrobnosti</translation>
+    </message>
+    <message>
+        <source>Change to detail view mode</source>
+        <translation>Prikaži podrobnosti</translation>
+    </message>
+    <message>
+        <source>Sidebar</source>
+        <translation>Stranska vrstica</translation>
+    </message>
+    <message>
+        <source>List of places and bookmarks</source>
+        <translation>Seznam mest in zaznamkov</translation>
+    </message>
+    <message>
+        <source>Recent Places</source>
+        <translation>Nedavna mesta</translation>
+    </message>
+    <message>
+        <source>Remove</source>
+        <translation>Odstrani</translation>
+    </message>
+    <message>
+        <source>&amp;Rename</source>
+        <translation>&amp;Preimenuj</translation>
+    </message>
+    <message>
+        <source>&amp;Delete</source>
+        <translation>I&amp;zbriši</translation>
+    </message>
+    <message>
+        <source>Show &amp;hidden files</source>
+        <translation>Prikaži &amp;skrite datoteke</translation>
+    </message>
+    <message>
+        <source>&amp;New Folder</source>
+        <translation>&amp;Nova mapa</translation>
+    </message>
+    <message>
+        <source>New Folder</source>
+        <translation>Nova mapa</translation>
+    </message>
+    <message>
+        <source>Delete</source>
+        <translation>Izbriši</translation>
+    </message>
+    <message>
+        <source>Are you sure you want to delete &apos;%1&apos;?</source>
+        <translation>Ali res želite izbrisati »%1«?</translation>
+    </message>
+    <message>
+        <source>&apos;%1&apos; is write protected.
+Do you want to delete it anyway?</source>
+        <translation>»%1« je zaščiteno pred pisanjem.
+Ali ga želite vseeno izbrisati?</translation>
+    </message>
+    <message>
+        <source>Could not delete directory.</source>
+        <translation>Mape ni mogoče izbrisati.</translation>
+    </message>
+    <message>
+        <source>%1
+Directory not found.
+Please verify the correct directory name was given.</source>
+        <translation>%1
+Te mape ni mogoče najti.
+Preverite, ali je ime pravilno.</translation>
+    </message>
+    <message>
+        <source>Drive</source>
+        <translation>Pogon</translation>
+    </message>
+    <message>
+        <source>Folder</source>
+        <translation>Mapa</translation>
+    </message>
+    <message>
+        <source>File Folder</source>
+        <translation>Mapa</translation>
+    </message>
+    <message>
+        <source>My Computer</source>
+        <translation>Računalnik</translation>
+    </message>
+</context>
+<context>
+    <name>QFileSystemModel</name>
+    <message>
+        <source>Name</source>
+        <translation>Ime</translation>
+    </message>
+    <message>
+        <source>Size</source>
+        <translation>Velikost</translation>
+    </message>
+    <message>
+        <source>Type</source>
+        <translation>Vrsta</translation>
+    </message>
+    <message>
+        <source>Date Modified</source>
+        <translation>Spremenjeno</translation>
+    </message>
+    <message>
+        <source>Computer</source>
+        <translation>Računalnik</translation>
+    </message>
+    <message>
+        <source>My Computer</source>
+        <translation>Računalnik</translation>
+    </message>
+    <message>
+        <source>Invalid filename</source>
+        <translation>Neveljavno ime</translation>
+    </message>
+    <message>
+        <source>&lt;b&gt;The name &quot;%1&quot; cannot be used.&lt;/b&gt;&lt;p&gt;Try using another name, with fewer characters or no punctuation marks.</source>
+        <translation>&lt;b&gt;Imena »%1« ni mogoče uporabiti.&lt;/b&gt;&lt;p&gt;Poskusite z drugim, krajšim ali brez ločil.</translation>
+    </message>
+</context>
+<context>
+    <name>QGnomeTheme</name>
+    <message>
+        <source>&amp;OK</source>
+        <translation>V &amp;redu</translation>
+    </message>
+    <message>
+        <source>&amp;Cancel</source>
+        <translation>&amp;Prekliči</translation>
+    </message>
+    <message>
+        <source>&amp;Close</source>
+        <translation>&amp;Zapri</translation>
+    </message>
+</context>
+<context>
+    <name>QLineEdit</name>
+    <message>
+        <source>&amp;Undo</source>
+        <translation>&amp;Razveljavi</translation>
+    </message>
+    <message>
+        <source>&amp;Redo</source>
+        <translation>&amp;Uveljavi</translation>
+    </message>
+    <message>
+        <source>Cu&amp;t</source>
+        <translation>&amp;Izreži</translation>
+    </message>
+    <message>
+        <source>&amp;Copy</source>
+        <translation>&amp;Kopiraj</translation>
+    </message>
+    <message>
+        <source>&amp;Paste</source>
+        <translation>&amp;Prilepi</translation>
+    </message>
+    <message>
+        <source>Delete</source>
+        <translation>Izbriši</translation>
+    </message>
+    <message>
+        <source>Select All</source>
+        <translation>Izberi vse</translation>
+    </message>
+</context>
+<context>
+    <name>QPlatformTheme</name>
+    <message>
+        <source>OK</source>
+        <translation>V redu</translation>
+    </message>
+    <message>
+        <source>Cancel</source>
+        <translation>Prekliči</translation>
+    </message>
+    <message>
+        <source>Close</source>
+        <translation>Zapri</translation>
+    </message>
+    <message>
+        <source>&amp;Yes</source>
+        <translation>&amp;Da</translation>
+    </message>
+    <message>
+        <source>&amp;No</source>
+        <translation>&amp;Ne</translation>
+    </message>
+</context>
+<context>
+    <name>QScrollBar</name>
+    <message>
+        <source>Scroll here</source>
+        <translation>Pomakni sem</translation>
+    </message>
+    <message>
+        <source>Top</source>
+        <translation>Na vrh</translation>
+    </message>
+    <message>
+        <source>Bottom</source>
+        <translation>Na dno</translation>
+    </message>
+    <message>
+        <source>Page up</source>
+        <translation>Stran gor</translation>
+    </message>
+    <message>
+        <source>Page down</source>
+        <translation>Stran dol</translation>
+    </message>
+    <message>
+        <source>Scroll up</source>
+        <translation>Pomakni gor</translation>
+    </message>
+    <message>
+        <source>Scroll down</source>
+        <translation>Pomakni dol</translation>
+    </message>
+    <message>
+        <source>Left edge</source>
+        <translation>Na levi rob</translation>
+    </message>
+    <message>
+        <source>Right edge</source>
+        <translation>Na desni rob</translation>
+    </message>
+    <message>
+        <source>Page left</source>
+        <translation>Stran levo</translation>
+    </message>
+    <message>
+        <source>Page right</source>
+        <translation>Stran desno</translation>
+    </message>
+    <message>
+        <source>Scroll left</source>
+        <translation>Pomakni levo</translation>
+    </message>
+    <message>
+        <source>Scroll right</source>
+        <translation>Pomakni desno</translation>
+    </message>
+</context>
+<context>
+    <name>QWidgetTextControl</name>
+    <message>
+        <source>&amp;Copy</source>
+        <translation>&amp;Kopiraj</translation>
+    </message>
+    <message>
+        <source>Copy &amp;Link Location</source>
+        <translation>Kopiraj &amp;naslov povezave</translation>
+    </message>
+    <message>
+        <source>Select All</source>
+        <translation>Izberi vse</translation>
+    </message>
+</context>
+<context>
+    <name>QXmlStream</name>
+    <message>
+        <source>Premature end of document.</source>
+        <translation>Dokument se prezgodaj konča.</translation>
+    </message>
+    <message>
+        <source>Start tag expected.</source>
+        <translation>Manjka začetna oznaka.</translation>
+    </message>
+    <message>
+        <source>Opening and ending tag mismatch.</source>
+        <translation>Začetna in končna oznaka se ne ujemata.</translation>
+    </message>
+    <message>
+        <source>Extra content at end of document.</source>
+        <translation>Na koncu dokumenta je odvečna vsebina.</translation>
+    </message>
+    <message>
+        <source>Expected character data.</source>
+        <translation>Manjka besedilo.</translation>
+    </message>
+    <message>
+        <source>Invalid document.</source>
+        <translation>Neveljaven dokument.</translation>
+    </message>
+    <message>
+        <source>Invalid XML name.</source>
+        <translation>Neveljavno ime XML.</translation>
+    </message>
+    <message>
+        <source>Invalid XML character.</source>
+        <translation>Neveljaven znak XML.</translation>
+    </message>
+    <message>
+        <source>Encountered incorrectly encoded content.</source>
+        <translation>Vsebina je napačno kodirana.</translation>
+    </message>
+    <message>
+        <source>Encoding %1 is unsupported</source>
+        <translation>Kodiranje %1 ni podprto</translation>
+    </message>
+    <message>
+        <source>Entity &apos;%1&apos; not declared.</source>
+        <translation>Entiteta »%1« ni določena.</translation>
+    </message>
+    <message>
+        <source>Namespace prefix &apos;%1&apos; not declared</source>
+        <translation>Predpona imenskega prostora »%1« ni določena</translation>
+    </message>
+    <message>
+        <source>Attribute &apos;%1&apos; redefined.</source>
+        <translation>Atribut »%1« je določen dvakrat.</translation>
+    </message>
+    <message>
+        <source>Unexpected &apos;%1&apos;.</source>
+        <translation>Nepričakovano: »%1«.</translation>
+    </message>
+    <message>
+        <source>Expected %1, but got &apos;%2&apos;.</source>
+        <translation>Pričakovano je %1, ne pa »%2«.</translation>
+    </message>
+    <message>
+        <source>&apos;%1&apos;</source>
+        <translation>»%1«</translation>
+    </message>
+    <message>
+        <source>%1 or &apos;%2&apos;</source>
+        <translation>%1 ali »%2«</translation>
+    </message>
+    <message>
+        <source>%1, &apos;%2&apos;</source>
+        <translation>%1, »%2«</translation>
+    </message>
+    <message>
+        <source>%1, or &apos;%2&apos;</source>
+        <translation>%1 ali »%2«</translation>
+    </message>
+    <message>
+        <source>XML declaration not at start of document.</source>
+        <translation>Pred deklaracijo XML ne sme biti ničesar.</translation>
+    </message>
+    <message>
+        <source>Unsupported XML version.</source>
+        <translation>Ta različica XML ni podprta.</translation>
+    </message>
+    <message>
+        <source>Invalid character reference.</source>
+        <translation>Neveljaven sklic na znak.</translation>
+    </message>
+    <message>
+        <source>Sequence &apos;]]&gt;&apos; not allowed in content.</source>
+        <translation>Zaporedje »]]&gt;« v vsebini ni dovoljeno.</translation>
+    </message>
+</context>
+<context>
     <name>ShareFolder</name>
     <message>
         <source>Find</source>

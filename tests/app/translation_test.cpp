@@ -1,12 +1,29 @@
+#include "syncfolder/folderchooser.h"
 #include "tests/support/test.h"
 #include "ui/guide.h"
 #include "ui/traystatus.h"
+#include "update/appcast.h"
 
+#include <QAbstractButton>
+#include <QAction>
+#include <QApplication>
+#include <QBuffer>
+#include <QComboBox>
+#include <QFileDialog>
+#include <QFileSystemModel>
 #include <QLabel>
+#include <QLineEdit>
+#include <QMenu>
+#include <QMessageBox>
 #include <QProcess>
+#include <QScrollBar>
 #include <QTemporaryDir>
+#include <QTextBrowser>
+#include <QTimer>
 #include <QTranslator>
 #include <QXmlStreamReader>
+
+#include <memory>
 
 namespace
 {
@@ -38,7 +55,88 @@ QList<Message> readMessages(const QString& path)
     return messages;
 }
 
+enum Language
+{
+    Slovenian,
+    English
+};
+
+/// The program's translation, loaded as the program does it, for as long as this lives.
+class Translation final
+{
+    Q_DISABLE_COPY_MOVE(Translation)
+
+public:
+    explicit Translation(Language language)
+    {
+        const bool loaded = language == Slovenian ? m_translator.load(QLocale(QLocale::Slovenian, QLocale::AnyCountry),
+                                                                      QStringLiteral(":/language"))
+                                                  : m_translator.load(QStringLiteral(":/language-en"));
+        if (!loaded)
+            qFatal("no translation");
+        QCoreApplication::installTranslator(&m_translator);
+    }
+    ~Translation()
+    {
+        QCoreApplication::removeTranslator(&m_translator);
+    }
+
+private:
+    QTranslator m_translator;
+};
+
+/// What a menu says, joined by commas and without the shortcuts. The menu is destroyed.
+QString textsOf(QMenu* menu)
+{
+    const std::unique_ptr<QMenu> owned(menu);
+    QStringList texts;
+    for (const QAction* action : owned->actions()) {
+        if (!action->isSeparator())
+            texts << action->text().section(u'\t', 0, 0);
+    }
+    return texts.join(QStringLiteral(", "));
+}
+
+/// What the dialog that asks for a folder says, in a fixed order.
+QStringList textsOfFolderDialog()
+{
+    QStringList texts;
+    QTimer::singleShot(0, qApp, [&] {
+        auto* dialog = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+        if (dialog == nullptr)
+            return;
+        for (const auto* label : dialog->findChildren<QLabel*>())
+            texts << label->text();
+        for (const auto* button : dialog->findChildren<QAbstractButton*>())
+            texts << button->text() << button->toolTip() << button->accessibleName() << button->accessibleDescription();
+        for (const auto* action : dialog->findChildren<QAction*>())
+            texts << action->text();
+        const auto* columns = dialog->findChild<QFileSystemModel*>();
+        for (int column = 0; column < columns->columnCount(); ++column)
+            texts << columns->headerData(column, Qt::Horizontal).toString();
+        texts << columns->myComputer().toString();
+        texts << dialog->findChild<QComboBox*>(QStringLiteral("fileTypeCombo"))->itemText(0);
+        dialog->reject();
+    });
+    const QTemporaryDir start;
+    folderchooser::ask(nullptr, QStringLiteral("?"), start.path());
+    texts.removeAll(QString());
+    return texts;
+}
+
+/// Why a feed of this text cannot be read.
+QString complaintAbout(const QByteArray& feed)
+{
+    QBuffer device;
+    device.setData(feed);
+    device.open(QIODevice::ReadOnly);
+    qtsparkle::AppCast appcast;
+    return appcast.Load(&device) ? QString() : appcast.error_reason;
+}
+
 } // namespace
+
+Q_DECLARE_METATYPE(Language)
 
 class TranslationTest final : public Test
 {
@@ -65,7 +163,7 @@ private slots:
         const QTemporaryDir scratch;
         const QString file = scratch.filePath(QStringLiteral("texts.ts"));
         QStringList arguments;
-        for (const char* folder : {"app", "engine", "shell", "syncfolder", "ui", "update"})
+        for (const char* folder : {"app", "engine", "resources/translations", "shell", "syncfolder", "ui", "update"})
             arguments << QStringLiteral(ORVEL_SOURCE_DIR "/") + QLatin1String(folder);
         arguments << QStringLiteral("-I" ORVEL_SOURCE_DIR) << QStringLiteral("-silent") << QStringLiteral("-extensions")
                   << QStringLiteral("cpp,h") << QStringLiteral("-ts") << file;
@@ -146,6 +244,105 @@ private slots:
         QVERIFY(texts.contains(QStringLiteral("Step 1 of 4")));
         QVERIFY(texts.contains(QStringLiteral("Orvel Storage is a special folder on your computer.....")));
         QVERIFY(english.translate("DialogCld", "Login").isEmpty());
+    }
+
+    // What Qt itself says
+
+    void buttonsOfMessageBoxesSpeakTheLanguage_data()
+    {
+        QTest::addColumn<Language>("language");
+        QTest::addColumn<QString>("texts");
+        QTest::newRow("sl") << Slovenian << "V redu, Prekliči, Zapri, &Da, &Ne";
+        QTest::newRow("en") << English << "OK, Cancel, Close, &Yes, &No";
+    }
+    void buttonsOfMessageBoxesSpeakTheLanguage()
+    {
+        QFETCH(Language, language);
+        QFETCH(QString, texts);
+        const Translation translation(language);
+        QStringList shown;
+        for (const auto button :
+             {QMessageBox::Ok, QMessageBox::Cancel, QMessageBox::Close, QMessageBox::Yes, QMessageBox::No}) {
+            const QMessageBox box(QMessageBox::Information, QString(), QString(), button);
+            shown << box.button(button)->text();
+        }
+        QCOMPARE(shown.join(QStringLiteral(", ")), texts);
+    }
+
+    void contextMenusSpeakTheLanguage_data()
+    {
+        QTest::addColumn<Language>("language");
+        QTest::addColumn<QString>("lineEdit");
+        QTest::addColumn<QString>("releaseNotes");
+        QTest::newRow("sl") << Slovenian << "&Razveljavi, &Uveljavi, &Izreži, &Kopiraj, &Prilepi, Izbriši, Izberi vse"
+                            << "&Kopiraj, Kopiraj &naslov povezave, Izberi vse";
+        QTest::newRow("en") << English << "&Undo, &Redo, Cu&t, &Copy, &Paste, Delete, Select All"
+                            << "&Copy, Copy &Link Location, Select All";
+    }
+    void contextMenusSpeakTheLanguage()
+    {
+        QFETCH(Language, language);
+        QFETCH(QString, lineEdit);
+        QFETCH(QString, releaseNotes);
+        const Translation translation(language);
+        QLineEdit edit;
+        QCOMPARE(textsOf(edit.createStandardContextMenu()), lineEdit);
+        QTextBrowser browser;
+        QCOMPARE(textsOf(browser.createStandardContextMenu(QPoint())), releaseNotes);
+    }
+
+    void folderDialogSaysNothingInEnglish()
+    {
+        QStringList english;
+        {
+            const Translation translation(English);
+            english = textsOfFolderDialog();
+        }
+        QVERIFY(english.contains(QStringLiteral("&Choose")));
+        QVERIFY(english.contains(QStringLiteral("Cancel")));
+        QVERIFY(english.contains(QStringLiteral("Date Modified")));
+        const Translation translation(Slovenian);
+        const QStringList slovenian = textsOfFolderDialog();
+        QVERIFY(slovenian.contains(QStringLiteral("&Izberi")));
+        QCOMPARE(slovenian.size(), english.size());
+        for (int i = 0; i < english.size(); ++i)
+            QVERIFY2(slovenian.at(i) != english.at(i), qPrintable(english.at(i)));
+    }
+
+    void unreadableFeedIsExplainedInTheLanguage_data()
+    {
+        QTest::addColumn<QByteArray>("feed");
+        QTest::addColumn<QString>("slovenian");
+        QTest::newRow("empty") << QByteArray() << "Dokument se prezgodaj konča.";
+        QTest::newRow("no XML") << QByteArray("Sorry") << "Manjka začetna oznaka.";
+        QTest::newRow("web page") << QByteArray("<html><p></html>") << "Začetna in končna oznaka se ne ujemata.";
+        QTest::newRow("two documents") << QByteArray("<a/><b/>") << "Na koncu dokumenta je odvečna vsebina.";
+        QTest::newRow("entity") << QByteArray("<a>&nbsp;</a>") << "Entiteta »nbsp« ni določena.";
+        QTest::newRow("prefix") << QByteArray("<a:b/>") << "Predpona imenskega prostora »a« ni določena";
+        QTest::newRow("attribute twice") << QByteArray("<a b='1' b='2'/>") << "Atribut »b« je določen dvakrat.";
+        QTest::newRow("encoding") << QByteArray("<?xml version='1.0' encoding='klingon'?><a/>")
+                                  << "Kodiranje klingon ni podprto";
+        QTest::newRow("bytes") << QByteArray("<a>\xff\xfe</a>") << "Vsebina je napačno kodirana.";
+        QTest::newRow("character") << QByteArray("<a><</a>") << "Nepričakovano: »<«.";
+        QTest::newRow("no value") << QByteArray("<a b/>") << "Pričakovano je »=«, ne pa »/«.";
+        QTest::newRow("ampersand") << QByteArray("<a>&1</a>") << "Pričakovano je »#« ali »[a-zA-Z]«, ne pa »[0-9]«.";
+        QTest::newRow("digit") << QByteArray("<1/>") << "Pričakovano je »?«, »!« ali »[a-zA-Z]«, ne pa »[0-9]«.";
+        QTest::newRow("late declaration")
+            << QByteArray("\n<?xml version='1.0'?><a/>") << "Pred deklaracijo XML ne sme biti ničesar.";
+        QTest::newRow("version") << QByteArray("<?xml version='2.0'?><a/>") << "Ta različica XML ni podprta.";
+        QTest::newRow("no such character") << QByteArray("<a>&#0;</a>") << "Neveljaven sklic na znak.";
+        QTest::newRow("end of data") << QByteArray("<a>]]></a>") << "Zaporedje »]]>« v vsebini ni dovoljeno.";
+        QTest::newRow("element in a text")
+            << QByteArray("<rss xmlns:s='http://www.andymatuschak.org/xml-namespaces/sparkle'><item>"
+                          "<s:releaseNotesLink><b/></s:releaseNotesLink></item></rss>")
+            << "Manjka besedilo.";
+    }
+    void unreadableFeedIsExplainedInTheLanguage()
+    {
+        QFETCH(QByteArray, feed);
+        QFETCH(QString, slovenian);
+        const Translation translation(Slovenian);
+        QCOMPARE(complaintAbout(feed), slovenian);
     }
 };
 
