@@ -1,5 +1,5 @@
 #!/usr/bin/env bash
-# Renders every picture of the program from svg/. Running it twice changes nothing.
+# Renders the icons and the watermark from svg/. Running it twice changes nothing.
 # Needs rsvg-convert (librsvg2-bin), icotool (icoutils) and convert (imagemagick).
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")"
@@ -52,8 +52,3 @@ ico quota quota
 
 png watermark 420 300 watermark.png -alpha off
 png watermark 840 600 watermark@2x.png -alpha off
-
-for number in 1 2 3 4; do
-    png "guide$number" 480 260 "guide$number.png"
-    png "guide$number" 960 520 "guide$number@2x.png"
-done

@@ -11,7 +11,7 @@ namespace
 
 constexpr int margin = 20;     // pixels
 constexpr int sectionGap = 14; // pixels
-constexpr QSize pictureSize(480, 260);
+constexpr QSize pictureSize(600, 340);
 constexpr int textWidth = pictureSize.width();
 constexpr int buttonWidth = 100; // pixels, the least
 
@@ -110,8 +110,8 @@ void Guide::showStep(int step)
     m_step = step;
     m_stepLabel->setText(tr("Step %n", "", step) + QLatin1Char(' ') + tr("of %n", "", stepCount));
     m_text->setText(m_texts.at(static_cast<size_t>(step - 1)));
-    // An icon has the finer picture for screens that show one.
-    m_picture->setPixmap(QIcon(QStringLiteral(":/guide%1.png").arg(step)).pixmap(pictureSize));
+    // Translated, since there are words in the picture. An icon has the finer one for screens that show it.
+    m_picture->setPixmap(QIcon(tr(":/guide%1.png").arg(step)).pixmap(pictureSize));
 
     switch (step) {
     case 1:

@@ -253,6 +253,10 @@
         <source>Close guide</source>
         <translation>Zapri vodnik</translation>
     </message>
+    <message>
+        <source>:/guide%1.png</source>
+        <translation>:/guide%1-sl.png</translation>
+    </message>
 </context>
 <context>
     <name>PickHomepath</name>

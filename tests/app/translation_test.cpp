@@ -246,6 +246,47 @@ private slots:
         QVERIFY(english.translate("DialogCld", "Login").isEmpty());
     }
 
+    void guideShowsThePicturesOfItsLanguage_data()
+    {
+        QTest::addColumn<Language>("language");
+        QTest::addColumn<QString>("pictures");
+        QTest::newRow("sl") << Slovenian << ":/guide%1-sl.png";
+        QTest::newRow("en") << English << ":/guide%1.png";
+    }
+    void guideShowsThePicturesOfItsLanguage()
+    {
+        QFETCH(Language, language);
+        QFETCH(QString, pictures);
+        const Translation translation(language);
+        Guide guide(nullptr);
+        for (int step = 1; step <= 4; ++step) {
+            const QImage expected(pictures.arg(step));
+            QVERIFY(!expected.isNull());
+            int shown = 0;
+            for (const auto* label : guide.findChildren<QLabel*>()) {
+                if (!label->pixmap(Qt::ReturnByValue).isNull()) {
+                    ++shown;
+                    QCOMPARE(label->pixmap(Qt::ReturnByValue).toImage(), QPixmap(pictures.arg(step)).toImage());
+                }
+            }
+            QCOMPARE(shown, 1);
+            QVERIFY(QMetaObject::invokeMethod(&guide, "moveForward"));
+        }
+    }
+
+    void guidesPicturesDifferInLanguageOnlyAndAreTwiceAsFineForFineScreens()
+    {
+        for (int step = 1; step <= 4; ++step) {
+            const QImage english(QStringLiteral(":/guide%1.png").arg(step));
+            const QImage slovenian(QStringLiteral(":/guide%1-sl.png").arg(step));
+            QVERIFY(!english.isNull());
+            QVERIFY(english != slovenian);
+            QCOMPARE(slovenian.size(), english.size());
+            QCOMPARE(QImage(QStringLiteral(":/guide%1@2x.png").arg(step)).size(), english.size() * 2);
+            QCOMPARE(QImage(QStringLiteral(":/guide%1-sl@2x.png").arg(step)).size(), english.size() * 2);
+        }
+    }
+
     // What Qt itself says
 
     void buttonsOfMessageBoxesSpeakTheLanguage_data()

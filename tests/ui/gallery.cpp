@@ -34,7 +34,7 @@ namespace
 constexpr int knownAccount = 1001;
 constexpr int firstTeamAccount = 2001;
 const char* const user = "ana@orvel.example";
-const char* const folder = "/home/ana/Orvel Storage";
+const char* const folder = "C:/Users/Ana/Orvel Storage";
 
 QSettings clientSettings()
 {
@@ -71,17 +71,23 @@ Widget* visibleTopLevel()
 
 QStringList Gallery::names()
 {
-    return {QStringLiteral("main-start"),      QStringLiteral("main-signin"),    QStringLiteral("main-refused"),
-            QStringLiteral("main-signedout"),  QStringLiteral("main-offline"),   QStringLiteral("main-lost"),
-            QStringLiteral("main-settings"),   QStringLiteral("folderexists"),   QStringLiteral("menu"),
-            QStringLiteral("guide-1"),         QStringLiteral("guide-2"),        QStringLiteral("guide-3"),
-            QStringLiteral("guide-4"),         QStringLiteral("picker-2"),       QStringLiteral("picker-12"),
-            QStringLiteral("missing"),         QStringLiteral("share-ask"),      QStringLiteral("share-0"),
-            QStringLiteral("share-1"),         QStringLiteral("share-2"),        QStringLiteral("share-3"),
-            QStringLiteral("share-4"),         QStringLiteral("share-unknown"),  QStringLiteral("share-done"),
-            QStringLiteral("account-start"),   QStringLiteral("account-logout"), QStringLiteral("account-ok"),
-            QStringLiteral("account-offline"), QStringLiteral("update-offer"),   QStringLiteral("update-progress"),
-            QStringLiteral("update-none"),     QStringLiteral("update-failed"),  QStringLiteral("update-ask")};
+    return {QStringLiteral("main-start"),      QStringLiteral("main-signin"),
+            QStringLiteral("main-refused"),    QStringLiteral("main-signedout"),
+            QStringLiteral("main-offline"),    QStringLiteral("main-lost"),
+            QStringLiteral("main-settings"),   QStringLiteral("main-transfer"),
+            QStringLiteral("folderexists"),    QStringLiteral("menu"),
+            QStringLiteral("guide-1"),         QStringLiteral("guide-2"),
+            QStringLiteral("guide-3"),         QStringLiteral("guide-4"),
+            QStringLiteral("picker-2"),        QStringLiteral("picker-12"),
+            QStringLiteral("missing"),         QStringLiteral("share-ask"),
+            QStringLiteral("share-0"),         QStringLiteral("share-1"),
+            QStringLiteral("share-2"),         QStringLiteral("share-3"),
+            QStringLiteral("share-4"),         QStringLiteral("share-unknown"),
+            QStringLiteral("share-done"),      QStringLiteral("account-start"),
+            QStringLiteral("account-logout"),  QStringLiteral("account-ok"),
+            QStringLiteral("account-offline"), QStringLiteral("update-offer"),
+            QStringLiteral("update-progress"), QStringLiteral("update-none"),
+            QStringLiteral("update-failed"),   QStringLiteral("update-ask")};
 }
 
 void Gallery::addRows()
@@ -198,15 +204,18 @@ QWidget* Gallery::openMain(const QString& state)
         m_main->panel().login->click();
         sayState("logout", 0);
     }
-    if (state == QLatin1String("signedout") || state == QLatin1String("lost") || state == QLatin1String("settings"))
+    if (state == QLatin1String("signedout") || state == QLatin1String("lost") || state == QLatin1String("settings") ||
+        state == QLatin1String("transfer"))
         sayState("ok", knownAccount);
     if (state == QLatin1String("signedout"))
         sayState("logout", knownAccount);
+    if (state == QLatin1String("transfer"))
+        sayTransfer();
     if (state == QLatin1String("offline"))
         sayState("offline", 0);
     if (state == QLatin1String("lost"))
         sayState("offline", knownAccount);
-    if (state == QLatin1String("settings"))
+    if (state == QLatin1String("settings") || state == QLatin1String("transfer"))
         m_main->panel().showFolder(QLatin1String(folder));
     return m_main.get();
 }
@@ -324,6 +333,13 @@ void Gallery::say(const QByteArray& line)
 {
     await("the engine is there", [&] { return m_engine->isConnected(); });
     m_engine->say(line);
+}
+
+void Gallery::sayTransfer()
+{
+    const QSignalSpy changed(&m_main->server(), SIGNAL(netStateChanged()));
+    say(R"({"what":"networkstate","state":"transferring","uid":1001,"uploads":3,"downloads":2,"bps":655360,"timerem":240})");
+    await("the state changes", [&] { return changed.count() == 1; });
 }
 
 void Gallery::sayState(const QByteArray& state, int uid)

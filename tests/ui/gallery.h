@@ -56,6 +56,7 @@ private:
     QWidget* openOffer();
     static void activate(QWidget& window);
     void say(const QByteArray& line);
+    void sayTransfer();
     void sayState(const QByteArray& state, int uid);
 
     QTranslator m_translator;
