@@ -1,3 +1,5 @@
+#include "app/endrequest.h"
+#include "app/process.h"
 #include "base/log.h"
 #include "ui/dialogcld.h"
 
@@ -35,6 +37,7 @@ void releaseAbandoned(QSharedMemory& lock)
 
 int main(int argc, char* argv[])
 {
+    prepareProcess();
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QApplication application(argc, argv);
@@ -59,6 +62,8 @@ int main(int argc, char* argv[])
 
     DialogCld dialog;
     dialog.show();
+    const EndRequest endRequest;
+    QObject::connect(&endRequest, SIGNAL(asked()), &application, SLOT(quit()));
     const int exitCode = QApplication::exec();
     lock.detach(); // before the dialog goes: its end may wait for the engine, the next start need not
     return exitCode;

@@ -2,6 +2,9 @@
 
 #include <windows.h>
 
+#include <array>
+#include <vector>
+
 namespace
 {
 
@@ -37,6 +40,53 @@ private:
     HANDLE m_job;
 };
 
+/// Lets a child inherit its three standard handles and no other: one that this process happens to have
+/// open as inheritable would stay open as long as the child lives.
+class StandardHandles final
+{
+    Q_DISABLE_COPY_MOVE(StandardHandles)
+public:
+    StandardHandles() = default;
+    ~StandardHandles()
+    {
+        release();
+    }
+
+    /// What is put into the arguments is good until the next call.
+    void applyTo(QProcess::CreateProcessArguments& arguments)
+    {
+        release();
+        SIZE_T size = 0;
+        InitializeProcThreadAttributeList(nullptr, 1, 0, &size);
+        m_memory.resize(size);
+        auto* list = reinterpret_cast<LPPROC_THREAD_ATTRIBUTE_LIST>(m_memory.data());
+        if (!InitializeProcThreadAttributeList(list, 1, 0, &size))
+            return;
+        m_startup.lpAttributeList = list;
+        m_startup.StartupInfo = *arguments.startupInfo;
+        m_startup.StartupInfo.cb = sizeof m_startup;
+        const STARTUPINFOW& plain = m_startup.StartupInfo;
+        m_handles = {plain.hStdInput, plain.hStdOutput, plain.hStdError};
+        if (!UpdateProcThreadAttribute(list, 0, PROC_THREAD_ATTRIBUTE_HANDLE_LIST, m_handles.data(), sizeof m_handles,
+                                       nullptr, nullptr))
+            return;
+        arguments.startupInfo = &m_startup.StartupInfo;
+        arguments.flags |= EXTENDED_STARTUPINFO_PRESENT;
+    }
+
+private:
+    void release()
+    {
+        if (m_startup.lpAttributeList != nullptr)
+            DeleteProcThreadAttributeList(m_startup.lpAttributeList);
+        m_startup = {};
+    }
+
+    std::vector<char> m_memory;
+    std::array<HANDLE, 3> m_handles = {};
+    STARTUPINFOEXW m_startup = {};
+};
+
 class EngineProcess final : public QProcess
 {
     Q_OBJECT
@@ -44,8 +94,10 @@ class EngineProcess final : public QProcess
 public:
     EngineProcess()
     {
-        setCreateProcessArgumentsModifier(
-            [](CreateProcessArguments* arguments) { arguments->flags |= CREATE_NO_WINDOW; });
+        setCreateProcessArgumentsModifier([this](CreateProcessArguments* arguments) {
+            arguments->flags |= CREATE_NO_WINDOW;
+            m_handles.applyTo(*arguments);
+        });
         connect(this, SIGNAL(started()), this, SLOT(joinJob()));
     }
 
@@ -57,6 +109,7 @@ private slots:
 
 private:
     KillOnCloseJob m_job;
+    StandardHandles m_handles;
 };
 
 } // namespace

@@ -2,6 +2,7 @@
 #include "shell/placement.h"
 #include "shell/placementfiles.h"
 
+#include <QCryptographicHash>
 #include <QDir>
 #include <QFile>
 #include <QSettings>
@@ -75,6 +76,12 @@ ComPointer<IPersistFile> fileOf(IShellLinkW& link)
     return ComPointer<IPersistFile>(static_cast<IPersistFile*>(file));
 }
 
+/// A path as one key of the settings, where separators would begin a group.
+QString keyOf(const QString& path)
+{
+    return QString::fromLatin1(QCryptographicHash::hash(path.toUtf8(), QCryptographicHash::Sha1).toHex());
+}
+
 bool isWindowsXp()
 {
     QT_WARNING_PUSH
@@ -122,6 +129,9 @@ void setFolderIcon(const QDir& root, const QString& icon)
     // Only with these will Explorer read the file.
     SetFileAttributesW(native(path).c_str(), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
     PathMakeSystemFolderW(native(root.path()).c_str());
+    // The uninstaller takes the icons away again and finds the folders here.
+    const QString folder = QDir::toNativeSeparators(root.path());
+    QSettings().setValue(QStringLiteral("iconfolders/") + keyOf(folder), folder);
 }
 
 struct Links::Shell

@@ -1,5 +1,6 @@
 // Starts the built client as a process of its own, with the engine played by the test.
 
+#include "tests/support/endclient.h"
 #include "tests/support/fakeengine.h"
 #include "tests/support/test.h"
 
@@ -114,6 +115,16 @@ private slots:
         QVERIFY(m_engine->isConnected());
         client->kill();
         QVERIFY(ended(*client));
+        EVENTUALLY(!m_engine->isConnected());
+    }
+
+    void clientThatIsAskedToEndEndsWithCodeZeroAndItsEngineWithIt()
+    {
+        const auto client = startReady();
+        askToEnd(*client);
+        QVERIFY(ended(*client));
+        QCOMPARE(client->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(client->exitCode(), 0);
         EVENTUALLY(!m_engine->isConnected());
     }
 

@@ -1,6 +1,7 @@
 #include "shell/placement.h"
 #include "shell/placement_win.h"
 #include "shell/placementfiles.h"
+#include "tests/support/shortcut_win.h"
 #include "tests/support/test.h"
 
 #include <QDir>
@@ -9,10 +10,6 @@
 
 #include <windows.h>
 
-#include <objbase.h>
-#include <shlobj.h>
-
-#include <array>
 #include <string>
 
 using namespace placement;
@@ -22,42 +19,9 @@ namespace
 
 const QString key = QStringLiteral("HKEY_CURRENT_USER\\Software\\Orvel Placement Test\\Shell Folders");
 
-/// What a shortcut says of itself.
-struct Shortcut
-{
-    QString target;
-    QString icon;
-    int iconIndex = -1;
-};
-
 std::wstring native(const QString& path)
 {
     return QDir::toNativeSeparators(path).toStdWString();
-}
-
-Shortcut readShortcut(const QString& path)
-{
-    Shortcut shortcut;
-    const HRESULT com = CoInitialize(nullptr);
-    IShellLinkW* link = nullptr;
-    IPersistFile* file = nullptr;
-    if (SUCCEEDED(CoCreateInstance(CLSID_ShellLink, nullptr, CLSCTX_INPROC_SERVER, IID_IShellLinkW,
-                                   reinterpret_cast<void**>(&link))) &&
-        SUCCEEDED(link->QueryInterface(IID_IPersistFile, reinterpret_cast<void**>(&file))) &&
-        SUCCEEDED(file->Load(native(path).c_str(), STGM_READ))) {
-        std::array<wchar_t, MAX_PATH> text{};
-        link->GetPath(text.data(), MAX_PATH, nullptr, 0);
-        shortcut.target = QString::fromWCharArray(text.data());
-        link->GetIconLocation(text.data(), MAX_PATH, &shortcut.iconIndex);
-        shortcut.icon = QString::fromWCharArray(text.data());
-    }
-    if (file != nullptr)
-        file->Release();
-    if (link != nullptr)
-        link->Release();
-    if (SUCCEEDED(com))
-        CoUninitialize();
-    return shortcut;
 }
 
 } // namespace
@@ -106,6 +70,8 @@ private slots:
         const QString path = folder("startup") + QStringLiteral("\\Orvel Storage.lnk");
         setStartup(true, QStringLiteral("Orvel Storage"), m_program, m_program);
         QCOMPARE(readShortcut(path).target, QDir::toNativeSeparators(m_program));
+        // The client finds its engine from there.
+        QCOMPARE(readShortcut(path).workingDirectory, QDir::toNativeSeparators(QFileInfo(m_program).path()));
         setStartup(false, QStringLiteral("Orvel Storage"), m_program, m_program);
         QVERIFY(!QFile::exists(path));
         setStartup(false, QStringLiteral("Orvel Storage"), m_program, m_program);
@@ -121,6 +87,24 @@ private slots:
         QCOMPARE(GetFileAttributesW(native(path).c_str()) & asked, asked);
         const DWORD root = GetFileAttributesW(native(m_root.path()).c_str());
         QVERIFY((root & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_SYSTEM)) != 0);
+    }
+
+    void foldersWithAnIconAreNotedForTheUninstaller()
+    {
+        setFolderIcon(m_root, m_program);
+        setFolderIcon(m_root, m_program);
+        const QDir other(testHome() + QStringLiteral("/other"));
+        QVERIFY(other.mkpath(QStringLiteral(".")));
+        setFolderIcon(other, m_program);
+        QSettings settings;
+        settings.beginGroup(QStringLiteral("iconfolders"));
+        QStringList folders;
+        for (const QString& folderKey : settings.childKeys())
+            folders << settings.value(folderKey).toString();
+        folders.sort();
+        QStringList expected{QDir::toNativeSeparators(m_root.path()), QDir::toNativeSeparators(other.path())};
+        expected.sort();
+        QCOMPARE(folders, expected);
     }
 
     void folderFileIsReplacedAlsoWhenItIsHidden()

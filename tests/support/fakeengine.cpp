@@ -24,6 +24,13 @@ FakeEngine::FakeEngine()
         qFatal("the fake engine's socket cannot be opened: %s", qPrintable(m_server.errorString()));
     connect(&m_server, SIGNAL(newConnection()), this, SLOT(engineConnected()));
     qputenv(fakeengine::socketVariable, m_server.fullServerName().toUtf8());
+#ifdef Q_OS_WIN
+    // Its libraries lie beside the program that it was copied from.
+    const QByteArray libraries = QFileInfo(QStringLiteral(ORVEL_FAKEENGINE)).path().replace(u'/', u'\\').toLocal8Bit();
+    const QByteArray path = qgetenv("PATH");
+    if (!path.startsWith(libraries + ';'))
+        qputenv("PATH", libraries + ';' + path);
+#endif
     install();
 }
 

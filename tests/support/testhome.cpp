@@ -1,5 +1,7 @@
 #include "tests/support/testhome.h"
 
+#include "tests/support/userfolders.h"
+
 #include <QDir>
 #include <QStandardPaths>
 #include <QTemporaryDir>
@@ -17,14 +19,7 @@ public:
         const QDir home(m_directory.path());
         for (const char* name : {"config", "data", "cache", "runtime", "tmp"})
             home.mkdir(QLatin1String(name));
-        QFile::setPermissions(home.filePath(QStringLiteral("runtime")),
-                              QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
-        set("HOME", home.path());
-        set("XDG_CONFIG_HOME", home.filePath(QStringLiteral("config")));
-        set("XDG_DATA_HOME", home.filePath(QStringLiteral("data")));
-        set("XDG_CACHE_HOME", home.filePath(QStringLiteral("cache")));
-        set("XDG_RUNTIME_DIR", home.filePath(QStringLiteral("runtime")));
-        set("TMPDIR", home.filePath(QStringLiteral("tmp")));
+        moveUserFolders(home);
         qputenv("ORVEL_UPDATE_FEED", "data:text/xml,<rss/>"); // no check may leave this computer
         qunsetenv("QT_LOGGING_RULES");
     }
@@ -37,11 +32,6 @@ public:
     }
 
 private:
-    static void set(const char* name, const QString& value)
-    {
-        qputenv(name, QFile::encodeName(value));
-    }
-
     QTemporaryDir m_directory;
 };
 

@@ -1,0 +1,85 @@
+#!/usr/bin/env bash
+# Builds Qt for Windows from Debian's source package and prints the directory it lies in.
+#
+# The result is kept under ORVEL_CACHE (default: orvel in the user's cache directory), one directory for
+# each version of the package and of this script. A build that fails leaves nothing there.
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+# shellcheck source=tools/common.sh
+source "$here/../../tools/common.sh"
+
+cache=${ORVEL_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/orvel}
+source_package=qtbase-opensource-src
+host=x86_64-w64-mingw32
+
+configure_options=(
+  -opensource -confirm-license -release -shared
+  -platform linux-g++ -xplatform win32-g++ -device-option "CROSS_COMPILE=$host-"
+  -external-hostbindir /usr/lib/qt5/bin
+  -nomake examples -nomake tests -nomake tools
+  -no-opengl -no-dbus -no-openssl -schannel -no-icu -no-libjpeg
+  -qt-zlib -qt-pcre -qt-libpng -qt-freetype -qt-harfbuzz
+  -no-feature-sql -no-feature-tabletevent -no-feature-vulkan -no-feature-printer -no-feature-concurrent
+)
+
+# The packages that this computer's own package lists offer, as sources.
+write_source_lists() {
+  local list
+  for list in /etc/apt/sources.list /etc/apt/sources.list.d/*.list; do
+    [[ ! -e $list ]] || sed -n 's/^deb\([[:space:]]\)/deb-src\1/p' "$list"
+  done >"$1/orvel.list"
+  for list in /etc/apt/sources.list.d/*.sources; do
+    [[ ! -e $list ]] || { sed 's/^Types:.*/Types: deb-src/' "$list"; echo; }
+  done >"$1/orvel.sources"
+}
+
+# Downloads and unpacks the sources into DIRECTORY; apt checks the signatures.
+fetch() {
+  local directory=$1 version=$2
+  mkdir -p "$directory"/apt/{parts,lists/partial,cache/archives/partial}
+  write_source_lists "$directory/apt/parts"
+  local own_lists=(
+    -o "Dir::Etc::SourceList=/dev/null" -o "Dir::Etc::SourceParts=$directory/apt/parts"
+    -o "Dir::State::Lists=$directory/apt/lists" -o "Dir::Cache=$directory/apt/cache"
+    -o "APT::Sandbox::User=$(id -un)"
+  )
+  apt-get "${own_lists[@]}" -qq update
+  (cd "$directory" && apt-get "${own_lists[@]}" -qq source "$source_package=$version")
+  mv "$directory"/"$source_package"-*/ "$directory/source"
+}
+
+# Debian's import libraries are named in lower case, as the linker on Debian needs them.
+lower_case_libraries() {
+  grep -rlE --include='*.pr[iof]' --include='*.json' -- '-l(Secur32|Crypt32)' "$1/src" |
+    xargs -r sed -i 's/-lSecur32/-lsecur32/g; s/-lCrypt32/-lcrypt32/g'
+}
+
+install_packages dpkg-dev g++ g++-mingw-w64-x86-64-posix make perl python3 qtbase5-dev qtbase5-dev-tools >&2
+
+version=$(dpkg-query -W -f='${source:Version}' qtbase5-dev)
+key=$(sha256sum "${BASH_SOURCE[0]}" | cut -c1-12)
+installed=$cache/qt-windows/$version-$key
+if [[ -d $installed ]]; then
+  say "$installed"
+  exit 0
+fi
+
+mkdir -p "$cache/qt-windows"
+work=$(mktemp -d "$cache/qt-windows/building.XXXXXX")
+trap 'rm -rf "$work"' EXIT
+log=$cache/qt-windows/build.log
+
+say "Building Qt $version for Windows (about a quarter of an hour); see $log" >&2
+{
+  fetch "$work" "$version"
+  lower_case_libraries "$work/source"
+  mkdir "$work/build"
+  cd "$work/build"
+  # The directory of a later use is known now, and nothing is in it until the installation is whole.
+  ../source/configure "${configure_options[@]}" -prefix "$installed" -extprefix "$work/qt"
+  make -j"$(($(nproc) + 1))" sub-src
+  make sub-src-install_subtargets
+} >"$log" 2>&1 || { tail -n 40 "$log" >&2; fail "Qt could not be built; the whole log is $log"; }
+mv "$work/qt" "$installed"
+say "$installed"

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <QString>
+
+/// What a shortcut says of itself; empty texts when it cannot be read.
+struct Shortcut
+{
+    QString target;
+    QString workingDirectory;
+    QString icon;
+    int iconIndex = -1;
+    QString applicationId;
+};
+
+Shortcut readShortcut(const QString& path);
