@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include <shobjidl.h>
-#include <werapi.h>
 
 namespace
 {
@@ -18,5 +17,4 @@ void prepareProcess()
     SetDefaultDllDirectories(LOAD_LIBRARY_SEARCH_APPLICATION_DIR | LOAD_LIBRARY_SEARCH_SYSTEM32);
     SetDllDirectoryW(L"");
     SetCurrentProcessExplicitAppUserModelID(applicationId);
-    WerSetFlags(WER_FAULT_REPORTING_FLAG_NOHEAP);
 }

@@ -62,9 +62,12 @@ ShortcutPlace shortcutPlace(bool windowsXp)
 
 QByteArray autostartEntry(const QString& name, const QString& program, const QString& icon)
 {
-    QByteArray entry = "[Desktop Entry]\nType=Application\n" + line("Name", name) + line("Exec", quoted(program));
-    // The client finds the engine from its current directory, which is the installation's.
-    entry += line("Path", QFileInfo(program).path());
+    // The client finds the engine from its current directory, which is the installation's. Not every desktop
+    // takes the directory from the key "Path".
+    const QString command = QStringLiteral("env ") + quoted(QStringLiteral("--chdir=") + QFileInfo(program).path()) +
+                            QLatin1Char(' ') + quoted(program);
+    QByteArray entry = "[Desktop Entry]\nType=Application\n" + line("Name", name) + line("Exec", command);
+    entry += line("TryExec", program); // says nothing once the program has been removed
     if (!icon.isEmpty())
         entry += line("Icon", icon);
     return entry + "Terminal=false\nX-GNOME-Autostart-enabled=true\n";

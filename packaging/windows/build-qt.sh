@@ -21,6 +21,7 @@ configure_options=(
   -no-opengl -no-dbus -no-openssl -schannel -no-icu -no-libjpeg
   -qt-zlib -qt-pcre -qt-libpng -qt-freetype -qt-harfbuzz
   -no-feature-sql -no-feature-tabletevent -no-feature-vulkan -no-feature-printer -no-feature-concurrent
+  -no-feature-direct2d
 )
 
 # The packages that this computer's own package lists offer, as sources.
@@ -67,19 +68,27 @@ fi
 
 mkdir -p "$cache/qt-windows"
 work=$(mktemp -d "$cache/qt-windows/building.XXXXXX")
-trap 'rm -rf "$work"' EXIT
 log=$cache/qt-windows/build.log
 
+# shellcheck disable=SC2317,SC2329 # called by the trap
+tidy_up() {
+  if [[ ! -d $installed ]]; then
+    tail -n 40 "$log" >&2 || true
+    say "Qt could not be built; the whole log is $log" >&2
+  fi
+  rm -rf "$work"
+}
+trap tidy_up EXIT
+
 say "Building Qt $version for Windows (about a quarter of an hour); see $log" >&2
-{
-  fetch "$work" "$version"
-  lower_case_libraries "$work/source"
-  mkdir "$work/build"
-  cd "$work/build"
-  # The directory of a later use is known now, and nothing is in it until the installation is whole.
-  ../source/configure "${configure_options[@]}" -prefix "$installed" -extprefix "$work/qt"
-  make -j"$(($(nproc) + 1))" sub-src
-  make sub-src-install_subtargets
-} >"$log" 2>&1 || { tail -n 40 "$log" >&2; fail "Qt could not be built; the whole log is $log"; }
+exec 3>&1 >"$log" 2>&1
+fetch "$work" "$version"
+lower_case_libraries "$work/source"
+mkdir "$work/build"
+cd "$work/build"
+# The directory of a later use is known now, and nothing is in it until the installation is whole.
+../source/configure "${configure_options[@]}" -prefix "$installed" -extprefix "$work/qt"
+make -j"$(($(nproc) + 1))" sub-src
+make install
 mv "$work/qt" "$installed"
-say "$installed"
+say "$installed" >&3

@@ -42,8 +42,8 @@ private slots:
                  QByteArray("[Desktop Entry]\n"
                             "Type=Application\n"
                             "Name=Orvel Storage\n"
-                            "Exec=\"/opt/orvel/orvel\"\n"
-                            "Path=/opt/orvel\n"
+                            "Exec=env \"--chdir=/opt/orvel\" \"/opt/orvel/orvel\"\n"
+                            "TryExec=/opt/orvel/orvel\n"
                             "Icon=/home/ana/orvel.png\n"
                             "Terminal=false\n"
                             "X-GNOME-Autostart-enabled=true\n"));
@@ -57,28 +57,27 @@ private slots:
     void autostartEntryQuotesThePathOfTheProgram_data()
     {
         QTest::addColumn<QString>("directory");
-        QTest::addColumn<QByteArray>("exec");
-        QTest::addColumn<QByteArray>("path");
-        QTest::newRow("blank") << "/opt/a b" << QByteArray(R"("/opt/a b/orvel")") << QByteArray("/opt/a b");
-        QTest::newRow("quote") << R"(/opt/"a")" << QByteArray(R"("/opt/\\"a\\"/orvel")") << QByteArray(R"(/opt/"a")");
-        QTest::newRow("dollar") << "/opt/$a`b" << QByteArray(R"("/opt/\\$a\\`b/orvel")") << QByteArray("/opt/$a`b");
-        QTest::newRow("backslash") << R"(/opt/a\b)" << QByteArray(R"("/opt/a\\\\b/orvel")")
-                                   << QByteArray(R"(/opt/a\\b)");
-        QTest::newRow("field code") << "/opt/100%u" << QByteArray(R"("/opt/100%%u/orvel")") << QByteArray("/opt/100%u");
-        QTest::newRow("not ASCII") << QStringLiteral("/opt/\u010D") << QByteArray("\"/opt/\xC4\x8D/orvel\"")
+        QTest::addColumn<QByteArray>("quoted");
+        QTest::addColumn<QByteArray>("plain");
+        QTest::newRow("blank") << "/opt/a b" << QByteArray("/opt/a b") << QByteArray("/opt/a b");
+        QTest::newRow("quote") << R"(/opt/"a")" << QByteArray(R"(/opt/\\"a\\")") << QByteArray(R"(/opt/"a")");
+        QTest::newRow("dollar") << "/opt/$a`b" << QByteArray(R"(/opt/\\$a\\`b)") << QByteArray("/opt/$a`b");
+        QTest::newRow("backslash") << R"(/opt/a\b)" << QByteArray(R"(/opt/a\\\\b)") << QByteArray(R"(/opt/a\\b)");
+        QTest::newRow("field code") << "/opt/100%u" << QByteArray("/opt/100%%u") << QByteArray("/opt/100%u");
+        QTest::newRow("not ASCII") << QStringLiteral("/opt/\u010D") << QByteArray("/opt/\xC4\x8D")
                                    << QByteArray("/opt/\xC4\x8D");
-        QTest::newRow("line break adds no key") << "/opt/a\nHidden=true" << QByteArray(R"("/opt/a\nHidden=true/orvel")")
-                                                << QByteArray(R"(/opt/a\nHidden=true)");
+        QTest::newRow("line break adds no key")
+            << "/opt/a\nHidden=true" << QByteArray(R"(/opt/a\nHidden=true)") << QByteArray(R"(/opt/a\nHidden=true)");
     }
     void autostartEntryQuotesThePathOfTheProgram()
     {
         QFETCH(QString, directory);
-        QFETCH(QByteArray, exec);
-        QFETCH(QByteArray, path);
+        QFETCH(QByteArray, quoted);
+        QFETCH(QByteArray, plain);
         const QByteArray entry = autostartEntry(QStringLiteral("x"), directory + QStringLiteral("/orvel"), QString());
         const QList<QByteArray> lines = entry.split('\n');
-        QVERIFY2(lines.contains("Exec=" + exec), entry.constData());
-        QVERIFY2(lines.contains("Path=" + path), entry.constData());
+        QVERIFY2(lines.contains("Exec=env \"--chdir=" + quoted + "\" \"" + quoted + "/orvel\""), entry.constData());
+        QVERIFY2(lines.contains("TryExec=" + plain + "/orvel"), entry.constData());
     }
 
     void blankBeforeAValueIsKept()
