@@ -1,8 +1,11 @@
 #pragma once
 
 #include "engine/engineconfig.h"
+#include "engine/enginedeaths.h"
 #include "engine/enginestate.h"
 
+#include <QBasicTimer>
+#include <QElapsedTimer>
 #include <QList>
 #include <QObject>
 #include <QProcess>
@@ -15,6 +18,9 @@
 /// It starts and stops the engine, reads its messages (one JSON object a line on its standard error),
 /// writes commands to its standard input, and owns its configuration file. GUI thread only. Nothing is
 /// thrown; failures are logged, and results of file writes are not reported.
+///
+/// An engine that dies again and again is launched less and less often (EngineDeaths). One that no longer reads
+/// is killed when too much waits for it, and counts as one that died.
 ///
 /// Built once, with no parent; destruction kills the engine and waits up to 3 s for its end.
 class ServerComm final : public QObject
@@ -31,13 +37,15 @@ public:
 
     /// Switches sync on (starts the engine) or off (kills it without waiting for its end).
     void toggleServer(bool on);
-    /// Launches the engine, but only while it is wanted and no earlier one is still ending.
+    /// Launches the engine, but only while it is wanted, no earlier one is still ending and none has to wait.
     void startServer();
     /// Hands the configuration to the running engine; true when it was written. Starts an engine that is
     /// wanted but not running, and returns false then.
     bool postConfig();
     /// Whether the engine is wanted (not whether its process runs).
     bool running() const;
+    /// Stretches (or, with 0, drops) the waits of launches after repeated deaths, for tests.
+    void setLaunchWaitFactor(double factor);
 
     // Commands. Each is written at once; one that is given while the engine does not run is lost.
     void logout();
@@ -82,6 +90,9 @@ signals:
 public slots:
     void observedPathsChanged(QStringList& paths);
 
+protected:
+    void timerEvent(QTimerEvent* event) override;
+
 private slots:
     void serverStarted();
     void serverOutput();
@@ -95,6 +106,8 @@ private:
     void seedConfig();
     void prepareEnvironment();
     void checkLocalAddress();
+    void noteLastOutput(const QByteArray& output);
+    void launchLater(int exitCode);
     void handleMessage(const QVariantMap& message);
     void send(const QVariantMap& command);
     qint64 sendText(const QByteArray& json);
@@ -102,6 +115,14 @@ private:
     std::unique_ptr<QProcess> m_process;
     bool m_autostart = false;
     bool m_running = false;
+    bool m_polling = true;   ///< configTimeout() is still to come
+    bool m_endAsked = false; ///< of the process that runs: its end is no death
+    EngineDeaths m_deaths;
+    QElapsedTimer m_clock; ///< of m_deaths
+    QBasicTimer m_launchWait;
+    double m_launchWaitFactor = 1;
+    QByteArray m_lastOutput; ///< the beginning of the engine's last line
+    QString m_loginPassword; ///< the last one sent; only to keep it out of the log
     QString m_rootDir;
     QString m_stateDir;
     QString m_configPath;

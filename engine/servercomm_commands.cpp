@@ -2,6 +2,13 @@
 #include "engine/servercomm.h"
 #include "json/json.h"
 
+namespace
+{
+
+constexpr qint64 mostUnread = 32 * 1024 * 1024; // bytes
+
+} // namespace
+
 // Spellings such as "pathschaned" and the log text "Doing sync disable" for both values are what the
 // engine and the readers of the log expect.
 
@@ -48,6 +55,7 @@ void ServerComm::login(const QString& username, const QString& password, const Q
 {
     ORVEL_LOG << "servercomm:"
               << "login with username " << username;
+    m_loginPassword = password;
     send({{QStringLiteral("cmd"), QStringLiteral("login")},
           {QStringLiteral("username"), username},
           {QStringLiteral("password"), password},
@@ -77,6 +85,13 @@ void ServerComm::send(const QVariantMap& command)
 /// Returns what the write of the JSON text itself reported: bytes, or -1.
 qint64 ServerComm::sendText(const QByteArray& json)
 {
+    // An engine that hangs would take all our memory. The next one reads the whole folder anyway.
+    if (m_process->bytesToWrite() > mostUnread && m_running) {
+        ORVEL_LOG << "servercomm:"
+                  << "Engine does not read, ending it";
+        m_process->kill();
+        return -1;
+    }
     m_process->write("\njson");
     const qint64 written = m_process->write(json);
     m_process->write("\n");

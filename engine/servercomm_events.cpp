@@ -38,6 +38,7 @@ QList<quint64> toIds(const QVariantList& list)
 void ServerComm::serverOutput()
 {
     const QByteArray raw = m_process->readAllStandardError();
+    noteLastOutput(raw);
     // Up to the first zero byte. Each read is cut by itself: the engine writes every message whole.
     const QString text = QString::fromLatin1(raw.constData());
     ORVEL_LOG << "servercomm:"
@@ -50,6 +51,7 @@ void ServerComm::serverOutput()
             handleMessage(message.toMap());
     }
     const QByteArray standardOutput = m_process->readAllStandardOutput();
+    noteLastOutput(standardOutput);
     ORVEL_LOG << "servercomm:" << standardOutput;
 }
 

@@ -9,6 +9,7 @@
 #include <QProcessEnvironment>
 #include <QStandardPaths>
 #include <QTimer>
+#include <QTimerEvent>
 
 namespace
 {
@@ -16,6 +17,7 @@ namespace
 constexpr int firstPostDelay = 500;   // ms
 constexpr int postRetryDelay = 1000;  // ms
 constexpr int shutdownTimeout = 3000; // ms
+constexpr int shownOutput = 200;      // bytes
 
 } // namespace
 
@@ -30,6 +32,7 @@ ServerComm::ServerComm(const QString& applicationName, const QString& organizati
     m_config.synchome = tr(deployment::serverHost);
     m_config.srvip = Machine::current().firstAddress();
 
+    m_clock.start();
     connectProcess();
     ORVEL_LOG << "servercomm:"
               << "ServerComm created ";
@@ -106,6 +109,7 @@ void ServerComm::toggleServer(bool on)
     } else if (m_running) {
         ORVEL_LOG << "servercomm:"
                   << "Terminating erlang";
+        m_endAsked = m_process->state() != QProcess::NotRunning;
         m_process->kill();
         m_running = false;
     }
@@ -114,13 +118,16 @@ void ServerComm::toggleServer(bool on)
 void ServerComm::startServer()
 {
     const QString program = QDir(QStringLiteral("erlang/erts-9.0/bin/erl.exe")).path();
-    if (!m_running)
+    if (!m_running || m_launchWait.isActive())
         return;
     ORVEL_LOG << "servercomm:"
               << "Running server " << base::text(m_running) << " " << program;
     // A killed engine that is still ending is followed by the next one when it has ended: srvFinished().
     if (m_process->state() != QProcess::NotRunning)
         return;
+    m_endAsked = false;
+    m_lastOutput.clear();
+    m_deaths.launched(m_clock.elapsed());
     // Taken against our own current directory: on Unix the child would look from its working directory.
     m_process->start(QFileInfo(program).absoluteFilePath(),
                      {QStringLiteral("+Bd"), QStringLiteral("-noshell"), QStringLiteral("-eval"),
@@ -176,7 +183,8 @@ void ServerComm::serverStarted()
 
 void ServerComm::configTimeout()
 {
-    if (!postConfig())
+    m_polling = !postConfig();
+    if (m_polling)
         QTimer::singleShot(postRetryDelay, this, SLOT(configTimeout()));
 }
 
@@ -184,16 +192,63 @@ void ServerComm::srvError(QProcess::ProcessError error)
 {
     ORVEL_LOG << "servercomm:"
               << "Process start error " << static_cast<int>(error);
+    // One that vanished while it ran may be on its way back, as during an update.
+    if (error == QProcess::FailedToStart && !m_polling) {
+        m_polling = true;
+        QTimer::singleShot(postRetryDelay, this, SLOT(configTimeout()));
+    }
 }
 
 void ServerComm::srvFinished(int exitCode, QProcess::ExitStatus exitStatus)
 {
-    Q_UNUSED(exitCode)
     Q_UNUSED(exitStatus)
     ORVEL_LOG << "servercomm:"
               << "srv finished! autostart=" << base::text(m_autostart) << " running=" << base::text(m_running);
     if (!m_running || m_autostart)
         return;
     m_running = false;
+    if (!m_endAsked) // else it was switched off and on again before its end
+        launchLater(exitCode);
     emit serverDied();
+}
+
+/// Lets the launch that follows wait, if the engine has died too often.
+void ServerComm::launchLater(int exitCode)
+{
+    const double wait = static_cast<double>(m_deaths.died(m_clock.elapsed())) * m_launchWaitFactor;
+    if (wait < 1)
+        return;
+    ORVEL_LOG << "servercomm:"
+              << "Engine keeps dying, next start in" << qRound64(wait) << "ms, exit code" << exitCode
+              << "last output:" << QString::fromLatin1(m_lastOutput);
+    m_launchWait.start(static_cast<int>(wait), this);
+}
+
+void ServerComm::timerEvent(QTimerEvent* event)
+{
+    if (event->timerId() != m_launchWait.timerId()) {
+        QObject::timerEvent(event);
+        return;
+    }
+    m_launchWait.stop();
+    startServer();
+}
+
+void ServerComm::setLaunchWaitFactor(double factor)
+{
+    m_launchWaitFactor = factor;
+}
+
+/// Keeps the beginning of the last line. An engine's last words may repeat what it was told.
+void ServerComm::noteLastOutput(const QByteArray& output)
+{
+    const QByteArray trimmed = output.trimmed();
+    if (trimmed.isEmpty())
+        return;
+    QByteArray line = trimmed.mid(trimmed.lastIndexOf('\n') + 1);
+    for (const QString& secret : {m_config.password, m_loginPassword}) {
+        if (!secret.isEmpty())
+            line.replace(secret.toUtf8(), "***");
+    }
+    m_lastOutput = line.left(shownOutput);
 }

@@ -5,12 +5,48 @@
 #include <QFileInfo>
 #include <QSignalSpy>
 #include <QStandardPaths>
+#include <QTimer>
 
 #include <csignal>
 
 class ServerCommProcessTest final : public ServerCommTest
 {
     Q_OBJECT
+
+    static constexpr double anHour = 3600; // as a factor of the first wait, a second
+
+    /// What the rebuilt registry does after a death, until @p deaths of them.
+    void bringBackAfterEachDeath(ServerComm& server)
+    {
+        connect(
+            &server, &ServerComm::serverDied, &server,
+            [this, &server] {
+                ++m_deaths;
+                server.toggleServer(true);
+            },
+            Qt::DirectConnection);
+    }
+
+    /// Lets the engine die @p count times, each time after it has its configuration.
+    void letDie(int count)
+    {
+        for (int i = 0; i < count; ++i) {
+            EVENTUALLY(m_engine->starts().size() == m_deaths + 1 && m_engine->input().endsWith("}\n"));
+            const int before = m_deaths;
+            m_engine->crash();
+            EVENTUALLY_EQUAL(m_deaths, before + 1);
+        }
+    }
+
+    void startDying(double waitFactor)
+    {
+        m_deaths = 0;
+        createServer().setLaunchWaitFactor(waitFactor);
+        bringBackAfterEachDeath(*m_server);
+        m_server->toggleServer(true);
+    }
+
+    int m_deaths = 0;
 
     static int countOf(const QString& line)
     {
@@ -151,6 +187,125 @@ private slots:
         QVERIFY(m_server->running());
         m_engine->install();
         EVENTUALLY(m_engine->isConnected());
+    }
+
+    void engineThatVanishesWhileItRunsIsTriedAgainUntilItIsBack()
+    {
+        startDying(0);
+        EVENTUALLY_EQUAL(armedSingleShots(), 0);
+        m_engine->uninstall();
+        letDie(1);
+        EVENTUALLY(logContains(QStringLiteral("servercomm: Process start error  0")));
+        m_engine->install();
+        EVENTUALLY(m_engine->isConnected() && m_engine->starts().size() == 2);
+        EVENTUALLY(m_engine->input().endsWith("}\n"));
+    }
+
+    void engineThatKeepsDyingIsFollowedAtOnceFourTimesThenWaitsWithALine()
+    {
+        startDying(anHour);
+        letDie(4);
+        QCOMPARE(log().filter(QStringLiteral("Engine keeps dying")), QStringList());
+        EVENTUALLY_EQUAL(m_engine->starts().size(), 5);
+        m_engine->writeError("first\nlast words\n");
+        EVENTUALLY(!log().filter(QStringLiteral("last words")).isEmpty());
+        m_engine->exitWith(7);
+        EVENTUALLY_EQUAL(m_deaths, 5);
+        QVERIFY(logContains(QStringLiteral("servercomm: Engine keeps dying, next start in 3600000 ms, exit code 7 "
+                                           "last output: last words")));
+        QVERIFY(m_server->running());
+        const int launches = log().filter(QStringLiteral("Running server")).size();
+        QVERIFY(!m_server->postConfig()); // which would launch
+        m_server->toggleServer(false);
+        m_server->toggleServer(true);
+        QCOMPARE(log().filter(QStringLiteral("Running server")).size(), launches);
+        const QSignalSpy died(m_server.get(), SIGNAL(serverDied()));
+        m_server.reset(); // at once
+        QCOMPARE(died.count(), 0);
+    }
+
+    void waitEndsInALaunch()
+    {
+        startDying(0.1);
+        letDie(6);
+        QVERIFY(logContains(QStringLiteral("servercomm: Engine keeps dying, next start in 100 ms, exit code 9 "
+                                           "last output: ")));
+        EVENTUALLY_EQUAL(m_engine->starts().size(), 7);
+        EVENTUALLY(m_engine->input().endsWith("}\n"));
+    }
+
+    void nothingIsLaunchedWhenTheWaitEndsWhileSyncIsOff()
+    {
+        startDying(0.1);
+        letDie(5);
+        m_server->toggleServer(false);
+        const int launches = log().filter(QStringLiteral("Running server")).size();
+        QTimer pastTheWait;
+        pastTheWait.setSingleShot(true);
+        pastTheWait.start(200);
+        EVENTUALLY(!pastTheWait.isActive());
+        QCOMPARE(log().filter(QStringLiteral("Running server")).size(), launches);
+        m_server->toggleServer(true);
+        EVENTUALLY_EQUAL(m_engine->starts().size(), 6);
+    }
+
+    void switchingOffAndOnIsNoDeathThatCounts()
+    {
+        startDying(anHour);
+        for (int i = 1; i <= 8; ++i) {
+            EVENTUALLY(m_engine->isConnected() && m_engine->starts().size() == i);
+            m_server->toggleServer(false);
+            m_server->toggleServer(true);
+            EVENTUALLY_EQUAL(m_deaths, i);
+        }
+        QCOMPARE(log().filter(QStringLiteral("Engine keeps dying")), QStringList());
+    }
+
+    void lineAboutADyingEngineShowsNoPasswordAndOnlyTheBeginning()
+    {
+        startDying(anHour);
+        m_server->login(QStringLiteral("ana"), QStringLiteral("s3cr3t"));
+        letDie(4);
+        EVENTUALLY_EQUAL(m_engine->starts().size(), 5);
+        m_engine->writeOutput("crash in login(ana,s3cr3t)" + QByteArray(100000, 'x'));
+        EVENTUALLY(!log().filter(QStringLiteral("xxx")).isEmpty());
+        m_engine->crash();
+        EVENTUALLY_EQUAL(m_deaths, 5);
+        const QString line = log().filter(QStringLiteral("Engine keeps dying")).value(0);
+        QVERIFY(!line.contains(QLatin1String("s3cr3t")));
+        QVERIFY(line.size() < 400);
+    }
+
+    void killsInARowAreEachRecovered()
+    {
+        const int kills = qMax(50, qEnvironmentVariableIntValue("ORVEL_TEST_KILLS"));
+        startDying(0);
+        for (int i = 0; i < kills; ++i) {
+            letDie(1);
+            EVENTUALLY_EQUAL(m_engine->starts().size(), i + 2);
+            clearLog();
+        }
+        EVENTUALLY(m_engine->input().endsWith("}\n"));
+    }
+
+    void engineThatStopsReadingIsEndedBeforeItTakesAllMemory()
+    {
+        startDying(anHour);
+        EVENTUALLY(m_engine->input().endsWith("}\n"));
+        m_engine->stopReading();
+        QStringList paths(QString(1 << 20, u'p'));
+        int sent = 0;
+        const bool ended = QTest::qWaitFor(
+            [&] {
+                m_server->observedPathsChanged(paths);
+                clearLog();
+                ++sent;
+                return m_deaths == 1;
+            },
+            deadline());
+        QVERIFY(ended);
+        QVERIFY2(sent < 200, qPrintable(QString::number(sent)));
+        EVENTUALLY(m_engine->starts().size() == 2 && m_engine->input().endsWith("}\n"));
     }
 
     void pollingStopsWhenTheConfigurationIsPosted()

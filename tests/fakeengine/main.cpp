@@ -10,6 +10,7 @@
 #include <QVariantMap>
 
 #include <array>
+#include <atomic>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -76,6 +77,12 @@ class InputReader final : public QThread
 {
     Q_OBJECT
 
+public:
+    void stop()
+    {
+        m_stopped = true;
+    }
+
 signals:
     void read(QByteArray bytes);
     void ended();
@@ -84,14 +91,18 @@ protected:
     void run() override
     {
         std::array<char, 65536> buffer = {};
-        for (;;) {
+        while (!m_stopped) {
             const auto count = readBytes(fileno(stdin), buffer.data(), buffer.size());
-            if (count <= 0)
-                break;
+            if (count <= 0) {
+                emit ended();
+                return;
+            }
             emit read(QByteArray(buffer.data(), static_cast<int>(count)));
         }
-        emit ended();
     }
+
+private:
+    std::atomic<bool> m_stopped{false};
 };
 
 class FakeEngine final : public QObject
@@ -163,6 +174,8 @@ private:
                 writeAll(fileno(stderr), line);
         } else if (order == QLatin1String(fakeengine::exitWith)) {
             finish(value.toInt());
+        } else if (order == QLatin1String(fakeengine::stopReading)) {
+            m_reader.stop();
         } else if (order == QLatin1String(fakeengine::crash)) {
             die();
         }

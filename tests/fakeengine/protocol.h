@@ -13,11 +13,12 @@ constexpr char input[] = "input";
 constexpr char inputEnded[] = "inputEnded";
 
 // What the test orders: bytes to write at one go, a line and how often to write it, an exit code, and
-// (without a value) to die on the spot.
+// (without a value) to leave the standard input unread or to die on the spot.
 constexpr char writeError[] = "writeError";
 constexpr char writeOutput[] = "writeOutput";
 constexpr char flood[] = "flood";
 constexpr char exitWith[] = "exitWith";
+constexpr char stopReading[] = "stopReading";
 constexpr char crash[] = "crash";
 
 } // namespace fakeengine

@@ -105,6 +105,11 @@ void FakeEngine::exitWith(int exitCode)
     order(fakeengine::exitWith, exitCode);
 }
 
+void FakeEngine::stopReading()
+{
+    order(fakeengine::stopReading, {});
+}
+
 void FakeEngine::crash()
 {
     order(fakeengine::crash, {});

@@ -52,6 +52,7 @@ public:
     void writeOutput(const QByteArray& bytes);
     void flood(const QByteArray& bytes, int times);
     void exitWith(int exitCode);
+    void stopReading(); ///< of the standard input, after one more read
     void crash();
 
 signals:
