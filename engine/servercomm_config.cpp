@@ -1,9 +1,9 @@
 #include "base/log.h"
+#include "engine/privatefiles.h"
 #include "engine/servercomm.h"
 #include "json/json.h"
 
 #include <QFile>
-#include <QSaveFile>
 
 void ServerComm::readConfig()
 {
@@ -37,12 +37,7 @@ void ServerComm::saveConfig(bool post)
     m_configBytes = Json::serialize(m_config.toMap(Machine::current()));
     ORVEL_LOG << "servercomm:"
               << "Saving cfg to " << m_configPath;
-    // Replaced in one step: a crash or a full disk leaves the old text, never half of the new one.
-    QSaveFile file(m_configPath);
-    if (file.open(QIODevice::WriteOnly)) {
-        file.write(m_configBytes);
-        file.commit();
-    }
+    privatefiles::write(m_configPath, m_configBytes);
     if (post)
         postConfig();
 }

@@ -1,6 +1,7 @@
 #include "base/deployment.h"
 #include "base/log.h"
 #include "engine/engineprocess.h"
+#include "engine/privatefiles.h"
 #include "engine/servercomm.h"
 
 #include <QDir>
@@ -77,14 +78,15 @@ void ServerComm::openStateDir()
     dir.mkpath(QStringLiteral("."));
     m_stateDir = dir.path();
     m_config.statedir = m_stateDir;
+    privatefiles::tidy(m_stateDir);
 }
 
 void ServerComm::seedConfig()
 {
     const QString fileName = QStringLiteral("/config.json");
     m_configPath = m_stateDir + fileName;
-    if (!QFileInfo::exists(m_configPath))
-        QFile::copy(m_rootDir + fileName, m_configPath);
+    if (!QFileInfo::exists(m_configPath) && QFile::copy(m_rootDir + fileName, m_configPath))
+        QFile::setPermissions(m_configPath, QFile::ReadOwner | QFile::WriteOwner); // not those of the template
 }
 
 void ServerComm::prepareEnvironment()

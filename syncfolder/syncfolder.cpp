@@ -1,6 +1,7 @@
 #include "syncfolder/syncfolder.h"
 
 #include "base/log.h"
+#include "engine/privatefiles.h"
 #include "engine/servercomm.h"
 #include "syncfolder/pickhomepath.h"
 #include "syncfolder/winfilewatcher.h"
@@ -134,6 +135,7 @@ void SyncFolder::rootsChanged()
 {
     ORVEL_LOG << "syncfolder:"
               << "root changed " << m_uid;
+    privatefiles::restrict(rootsFile()); // the engine wrote it
     const QVariantList roots = readRoots();
     QStringList paths;
     QList<QDir> dirs;

@@ -1,4 +1,5 @@
 #include "base/log.h"
+#include "engine/privatefiles.h"
 #include "engine/servercomm.h"
 #include "syncfolder/pickhomepath.h"
 #include "syncfolder/syncfolder.h"
@@ -8,7 +9,6 @@
 #include <QCoreApplication>
 #include <QDataStream>
 #include <QFile>
-#include <QSaveFile>
 #include <QStandardPaths>
 #include <QTimer>
 
@@ -88,11 +88,7 @@ void SyncFolder::RootPicked(QString path)
     QVariantMap root = roots.first().toMap();
     root.insert(QStringLiteral("name"), name);
     root.insert(QStringLiteral("path"), parent);
-    QSaveFile file(rootsFile());
-    if (file.open(QIODevice::WriteOnly)) {
-        file.write(toAscii(Json::serialize(QVariantList{root})));
-        file.commit();
-    }
+    privatefiles::write(rootsFile(), toAscii(Json::serialize(QVariantList{root})));
     m_server->toggleServer(true);
     QList<QDir> picked{QDir(path)};
     emit rootsChanged(picked);

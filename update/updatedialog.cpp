@@ -40,6 +40,13 @@ Widget* named(Widget* widget, const char* name)
     return widget;
 }
 
+/// Whether a click would hand the address to some program other than the browser.
+bool isForeign(const QString& link)
+{
+    const QUrl url(link);
+    return !url.isRelative() && !FollowRedirects::IsWeb(url);
+}
+
 /// Fetches nothing, neither from the network nor from this computer: a picture in the notes must not tell its
 /// maker who reads them. What it gives is empty but there, as Qt looks for a file in the place of nothing.
 class NotesDocument final : public QTextDocument
@@ -48,6 +55,23 @@ public:
     explicit NotesDocument(QObject* parent)
         : QTextDocument(parent)
     {
+    }
+
+    /// Takes the addresses of links away that do not lead to the web.
+    void forgetForeignLinks()
+    {
+        for (QTextBlock block = begin(); block.isValid(); block = block.next()) {
+            QVector<QTextCursor> links;
+            for (auto it = block.begin(); !it.atEnd(); ++it) {
+                if (isForeign(it.fragment().charFormat().anchorHref()))
+                    links << select(it.fragment());
+            }
+            for (QTextCursor& link : links) {
+                QTextCharFormat plain;
+                plain.setAnchorHref(QString());
+                link.mergeCharFormat(plain);
+            }
+        }
     }
 
     /// Takes the pictures' names away. To be called before anything is laid out, which looks for their files.
@@ -59,10 +83,7 @@ public:
                 const QTextFragment fragment = it.fragment();
                 if (!fragment.charFormat().isImageFormat())
                     continue;
-                QTextCursor cursor(this);
-                cursor.setPosition(fragment.position());
-                cursor.setPosition(fragment.position() + fragment.length(), QTextCursor::KeepAnchor);
-                pictures << cursor;
+                pictures << select(fragment);
             }
         }
         for (QTextCursor& picture : pictures) {
@@ -82,6 +103,15 @@ protected:
         blank.fill(Qt::transparent);
         return blank;
     }
+
+private:
+    QTextCursor select(const QTextFragment& fragment)
+    {
+        QTextCursor cursor(this);
+        cursor.setPosition(fragment.position());
+        cursor.setPosition(fragment.position() + fragment.length(), QTextCursor::KeepAnchor);
+        return cursor;
+    }
 };
 
 /// Keeps showing the notes, whichever link is clicked.
@@ -99,6 +129,7 @@ public:
         auto* document = new NotesDocument(this);
         document->setDefaultFont(this->document()->defaultFont());
         document->setHtml(html);
+        document->forgetForeignLinks();
         document->forgetPictures();
         setDocument(document);
     }
@@ -262,8 +293,12 @@ void UpdateDialog::ReleaseNotesReady()
 
 void UpdateDialog::Install()
 {
-    if (m_appcast)
-        QDesktopServices::openUrl(QUrl(m_appcast->download_url));
+    // Whatever else a feed may name (a file, another program's scheme) is not opened.
+    if (m_appcast) {
+        const QUrl download(m_appcast->download_url);
+        if (download.isEmpty() || FollowRedirects::IsWeb(download))
+            QDesktopServices::openUrl(download);
+    }
     close();
 }
 

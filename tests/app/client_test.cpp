@@ -6,6 +6,7 @@
 
 #include <QLocalSocket>
 #include <QProcess>
+#include <QRegularExpression>
 
 #include <memory>
 
@@ -127,6 +128,21 @@ private slots:
         QCOMPARE(client->exitCode(), 0);
         EVENTUALLY(!m_engine->isConnected());
     }
+
+#ifndef Q_OS_WIN
+    void neitherClientNorEngineLeavesACoreFile()
+    {
+        const auto client = startReady();
+        for (const qint64 process : {client->processId(), m_engine->starts().constLast().processId}) {
+            const QByteArray limits = readFile(QStringLiteral("/proc/%1/limits").arg(process));
+            QVERIFY2(QRegularExpression(QStringLiteral("Max core file size +0 "))
+                         .match(QString::fromLatin1(limits))
+                         .hasMatch(),
+                     limits.constData());
+        }
+        endByExitMessage(*client);
+    }
+#endif
 
     void linesAfterAnExitMessageAreStillHandled()
     {

@@ -5,6 +5,13 @@
 #include <QFileInfo>
 #include <QSignalSpy>
 
+#ifndef Q_OS_WIN
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#endif
+
 class ServerCommConfigTest final : public ServerCommTest
 {
     Q_OBJECT
@@ -22,6 +29,16 @@ class ServerCommConfigTest final : public ServerCommTest
         writeFile(path, content);
         return createServer();
     }
+
+#ifndef Q_OS_WIN
+    static constexpr auto everybodyReads = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther;
+
+    static unsigned rights(const QString& path)
+    {
+        struct stat status = {};
+        return stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_mode & 07777U : ~0U;
+    }
+#endif
 
 private slots:
     void firstRunWritesTheDefaults()
@@ -129,6 +146,93 @@ private slots:
                  QStringList{QStringLiteral("config.json")});
     }
 
+#ifndef Q_OS_WIN
+    void directoryAndFileAreTheUsersAlone()
+    {
+        writeFile(m_engine->installDir() + QStringLiteral("/config.json"), "{\"port\": 4444}");
+        QFile::setPermissions(m_engine->installDir() + QStringLiteral("/config.json"), everybodyReads);
+        createServer();
+        QCOMPARE(rights(m_server->stateDir()), 0700U);
+        QCOMPARE(rights(m_server->configPath()), 0600U);
+    }
+
+    void templateThatNobodyMayWriteSeedsAFileThatCanBeWritten()
+    {
+        writeFile(m_engine->installDir() + QStringLiteral("/config.json"), "{\"port\": 4444}");
+        QFile::setPermissions(m_engine->installDir() + QStringLiteral("/config.json"), QFile::ReadOwner);
+        QCOMPARE(rights(createServer().configPath()), 0600U);
+    }
+
+    void filesOfAnEarlierVersionBecomeTheUsersAlone()
+    {
+        const QString path = createServer().configPath();
+        const QString roots = m_server->stateDir() + QStringLiteral("/5.json");
+        m_server.reset();
+        writeFile(path, "no configuration, so it is not rewritten");
+        writeFile(roots, "[]");
+        QFile::setPermissions(path, everybodyReads);
+        QFile::setPermissions(roots, everybodyReads);
+        QFile::setPermissions(QFileInfo(path).path(), everybodyReads | QFile::ExeOwner | QFile::ExeOther);
+        createServer();
+        QCOMPARE(rights(m_server->stateDir()), 0700U);
+        QCOMPARE(rights(path), 0600U);
+        QCOMPARE(rights(roots), 0600U);
+    }
+
+    void fileOfAnEarlierVersionStaysTheUsersAloneWhenItIsRewritten()
+    {
+        createServer();
+        QFile::setPermissions(m_server->configPath(), everybodyReads);
+        m_server->saveConfig(false);
+        QCOMPARE(rights(m_server->configPath()), 0600U);
+    }
+
+    void fullDiskLeavesTheOldFileAndALine()
+    {
+        createServer();
+        const QByteArray before = readFile(m_server->configPath());
+        m_server->setHome(QString(1 << 16, u'x'), QStringLiteral("y"));
+        // No room for files beyond this size, which is how a full disk shows, too: in a write that fails.
+        const auto ignored = std::signal(SIGXFSZ, SIG_IGN);
+        rlimit old = {};
+        getrlimit(RLIMIT_FSIZE, &old);
+        const rlimit small = {4096, old.rlim_max};
+        setrlimit(RLIMIT_FSIZE, &small);
+        m_server->saveConfig(false);
+        setrlimit(RLIMIT_FSIZE, &old);
+        std::signal(SIGXFSZ, ignored);
+        QCOMPARE(readFile(m_server->configPath()), before);
+        QCOMPARE(log().filter(QStringLiteral("Unable to write")).size(), 1);
+        QCOMPARE(QDir(m_server->stateDir()).entryList(QDir::Files | QDir::Hidden),
+                 QStringList{QStringLiteral("config.json")});
+        m_server->saveConfig(false);
+        QVERIFY(readFile(m_server->configPath()).contains("xxx"));
+    }
+#endif
+
+    void leftOversOfAKilledWriteAreRemovedAtTheNextStart()
+    {
+        const QString dir = createServer().stateDir() + u'/';
+        m_server.reset();
+        for (const char* name : {"config.json.AbCdEf", "17.json.xyzXYZ", "qt_temp.qwertz", "17.json", "17.tree",
+                                 "config.json.backup1", "config.json.old"})
+            writeFile(dir + QLatin1String(name), "[]");
+        createServer();
+        QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden, QDir::Name),
+                 (QStringList{QStringLiteral("17.json"), QStringLiteral("17.tree"), QStringLiteral("config.json"),
+                              QStringLiteral("config.json.backup1"), QStringLiteral("config.json.old")}));
+    }
+
+    void dataDirectoryThatVanishesGivesALineAndIsOutlived()
+    {
+        createServer();
+        QVERIFY(QDir(m_server->stateDir()).removeRecursively());
+        m_server->saveConfig(true);
+        QCOMPARE(log().filter(QStringLiteral("Unable to write")).size(), 1);
+        m_server->toggleServer(true);
+        EVENTUALLY(m_engine->input().endsWith("}\n")); // from memory
+    }
+
     void readOnlyDataDirectoryIsOutlived()
     {
         createServer();
@@ -142,6 +246,7 @@ private slots:
         createServer().saveConfig(false);
         QCOMPARE(m_server->config().port, 2000);
         QCOMPARE(readFile(path), QByteArray("{\"port\": 2000}"));
+        QVERIFY(!log().filter(QStringLiteral("Unable to write")).isEmpty());
         QFile::setPermissions(QFileInfo(path).path(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
     }
 

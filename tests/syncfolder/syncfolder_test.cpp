@@ -433,6 +433,23 @@ private slots:
         QVERIFY(m_rootLists.isEmpty());
     }
 
+#ifndef Q_OS_WIN
+    void rootsFileIsTheUsersAlone()
+    {
+        constexpr auto everybodyReads = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther;
+        constexpr auto others = everybodyReads & ~(QFile::ReadOwner | QFile::WriteOwner);
+        writeRoots({m_roots->path() + QStringLiteral("/gone")});
+        QFile::setPermissions(rootsFile(), everybodyReads);
+        createForAccount();
+        pick(makeRoot(QStringLiteral("New")));
+        QCOMPARE(QFile::permissions(rootsFile()) & others, QFile::Permissions());
+        writeRoots({m_roots->path() + QStringLiteral("/New")}); // by the engine this time
+        QFile::setPermissions(rootsFile(), everybodyReads);
+        call("rootsChanged");
+        QCOMPARE(QFile::permissions(rootsFile()) & others, QFile::Permissions());
+    }
+#endif
+
     void rootsFileIsReplacedInOneStep()
     {
         writeRoots({m_roots->path() + QStringLiteral("/gone")});

@@ -367,6 +367,27 @@ private slots:
         QCOMPARE(m_dialog->panel().status->text(), QStringLiteral("Login unsuccessful."));
     }
 
+    void passwordIsInNoLineAndInNoTitle()
+    {
+        writeFile(m_engine->installDir() + QStringLiteral("/config.json"), "{\"password\": \"s3cr3t\"}");
+        create().show();
+        sayState("logout", 0);
+        QTest::keyClicks(m_dialog->panel().username, QStringLiteral("ana@orvel.example"));
+        QTest::keyClicks(m_dialog->panel().password, QStringLiteral("w0rdw0rd"));
+        QTest::mouseClick(m_dialog->panel().login, Qt::LeftButton);
+        QVERIFY(engineReads("w0rdw0rd"));
+        QVERIFY(engineReads("s3cr3t"));
+        m_engine->crash();
+        EVENTUALLY_EQUAL(m_engine->starts().size(), 2);
+        sayState("ok", 5);
+        QStringList seen = log();
+        const auto widgets = QApplication::allWidgets();
+        for (const QWidget* widget : widgets)
+            seen << widget->windowTitle() << widget->toolTip() << widget->accessibleName();
+        QCOMPARE(seen.filter(QStringLiteral("s3cr3t")), QStringList());
+        QCOMPARE(seen.filter(QStringLiteral("w0rdw0rd")), QStringList());
+    }
+
     void confirmOnlyHidesTheWindow()
     {
         create().show();

@@ -410,6 +410,9 @@ private slots:
         QTest::addColumn<QByteArray>("link");
         QTest::newRow("relative") << QByteArrayLiteral("all.html");
         QTest::newRow("file") << QByteArrayLiteral("file:///etc/passwd");
+        QTest::newRow("another program") << QByteArrayLiteral("smb://updates.example/orvel.exe");
+        QTest::newRow("mail") << QByteArrayLiteral("mailto:ana@orvel.example");
+        QTest::newRow("script") << QByteArrayLiteral("JavaScript:alert(1)");
         QTest::newRow("resource") << QByteArrayLiteral("qrc:/tls/server.crt");
     }
     void linkThatLeadsNowhereOnTheWebLeavesTheNotes()
@@ -441,6 +444,27 @@ private slots:
         EVENTUALLY(m_dialog.isNull());
         QVERIFY(!QSettings().contains(QStringLiteral("QtSparkle/skipped_version")));
         QCOMPARE(m_server->requests().size(), 0);
+    }
+
+    void installOpensNothingThatLiesOffTheWeb_data()
+    {
+        QTest::addColumn<QString>("address");
+        QTest::newRow("file") << QStringLiteral("file:///bin/true");
+        QTest::newRow("path") << QStringLiteral("/bin/true");
+        QTest::newRow("share") << QStringLiteral("smb://updates.example/orvel.exe");
+        QTest::newRow("script") << QStringLiteral("javascript:alert(1)");
+        QTest::newRow("windows path") << QStringLiteral("C:/Windows/System32/calc.exe");
+    }
+    void installOpensNothingThatLiesOffTheWeb()
+    {
+        QFETCH(QString, address);
+        const AppCastPtr appcast(new qtsparkle::AppCast);
+        appcast->version = QStringLiteral("2.0");
+        appcast->download_url = address;
+        m_dialog->ShowUpdate(appcast);
+        child<QPushButton>("install")->click();
+        QCOMPARE(m_opened, QStringList());
+        EVENTUALLY(m_dialog.isNull());
     }
 
     void skipStoresTheExactVersionAndCloses()

@@ -1,0 +1,52 @@
+#include "engine/privatefiles.h"
+
+#include "base/log.h"
+
+#include <QDir>
+#include <QFile>
+#include <QRegularExpression>
+#include <QSaveFile>
+
+namespace privatefiles
+{
+
+namespace
+{
+
+constexpr QFile::Permissions ownRights =
+    QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser | QFile::WriteUser | QFile::ExeUser;
+
+} // namespace
+
+bool write(const QString& path, const QByteArray& content)
+{
+    QSaveFile file(path);
+    const bool written = file.open(QIODevice::WriteOnly) && file.setPermissions(QFile::ReadOwner | QFile::WriteOwner) &&
+                         file.write(content) == content.size() && file.commit();
+    if (!written)
+        ORVEL_LOG << "Unable to write" << path << file.errorString();
+    return written;
+}
+
+void restrict(const QString& path)
+{
+    const QFile::Permissions permissions = QFile::permissions(path);
+    if ((permissions & ~ownRights) != 0)
+        QFile::setPermissions(path, permissions & ownRights);
+}
+
+void tidy(const QString& directory)
+{
+    restrict(directory);
+    static const QRegularExpression leftOver(QStringLiteral("^(config\\.json|\\d+\\.json|qt_temp)\\.[A-Za-z]{6}$"));
+    const QDir dir(directory);
+    const QStringList names = dir.entryList(QDir::Files | QDir::Hidden | QDir::NoSymLinks);
+    for (const QString& name : names) {
+        if (leftOver.match(name).hasMatch())
+            QFile::remove(dir.filePath(name));
+        else if (name.endsWith(QLatin1String(".json")))
+            restrict(dir.filePath(name));
+    }
+}
+
+} // namespace privatefiles
