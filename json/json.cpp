@@ -1,7 +1,17 @@
 #include "json/json.h"
 
-#include <QList>
 #include <QStringList>
+
+#include <algorithm>
+#include <array>
+#include <charconv>
+#include <cstring>
+#include <string_view>
+#include <vector>
+
+#ifdef __SSE2__
+#include <emmintrin.h>
+#endif
 
 namespace Json
 {
@@ -9,415 +19,633 @@ namespace Json
 namespace
 {
 
-enum Token
+constexpr char16_t quote = u'"';
+constexpr char16_t backslash = u'\\';
+
+/// Texts are looked through by this many characters at once.
+constexpr int blockSize = 8;
+
+QString toQString(const char16_t* text, std::ptrdiff_t size)
 {
-    JsonTokenNone,
-    JsonTokenCurlyOpen,
-    JsonTokenCurlyClose,
-    JsonTokenSquaredOpen,
-    JsonTokenSquaredClose,
-    JsonTokenColon,
-    JsonTokenComma,
-    JsonTokenString,
-    JsonTokenNumber,
-    JsonTokenTrue,
-    JsonTokenFalse,
-    JsonTokenNull
+    return QString(reinterpret_cast<const QChar*>(text), static_cast<int>(size));
+}
+
+std::u16string_view viewOf(const QString& text)
+{
+    return {reinterpret_cast<const char16_t*>(text.constData()), static_cast<std::size_t>(text.size())};
+}
+
+#ifdef __SSE2__
+int firstOf(unsigned found)
+{
+    return __builtin_ctz(found);
+}
+
+/// How many characters of a whole block stand before the first quote or backslash.
+int plainInBlock(const char16_t* text)
+{
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
+    const __m128i quotes = _mm_cmpeq_epi16(block, _mm_set1_epi16(quote));
+    const __m128i backslashes = _mm_cmpeq_epi16(block, _mm_set1_epi16(backslash));
+    const auto found = static_cast<unsigned>(_mm_movemask_epi8(_mm_or_si128(quotes, backslashes)));
+    return firstOf(found | 1U << 16U) / 2; // two bits a character
+}
+
+/// Writes a whole block as bytes; those up to the returned number are right, the next needs a closer look.
+int writeBlock(char* to, const char16_t* text)
+{
+    const __m128i block = _mm_loadu_si128(reinterpret_cast<const __m128i*>(text));
+    // What does not fit into a byte becomes 0 or a negative one.
+    const __m128i bytes = _mm_packus_epi16(block, block);
+    _mm_storel_epi64(reinterpret_cast<__m128i*>(to), bytes);
+    const __m128i controls = _mm_cmplt_epi8(bytes, _mm_set1_epi8(' '));
+    const __m128i quotes = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('"'));
+    const __m128i backslashes = _mm_cmpeq_epi8(bytes, _mm_set1_epi8('\\'));
+    const __m128i special = _mm_or_si128(controls, _mm_or_si128(quotes, backslashes));
+    return firstOf(static_cast<unsigned>(_mm_movemask_epi8(special)) | 1U << blockSize);
+}
+#else
+int plainInBlock(const char16_t* text)
+{
+    int count = 0;
+    while (count < blockSize && text[count] != quote && text[count] != backslash)
+        ++count;
+    return count;
+}
+
+int writeBlock(char* to, const char16_t* text)
+{
+    int count = 0;
+    for (; count < blockSize && text[count] >= u' ' && text[count] < 0x80; ++count) {
+        if (text[count] == quote || text[count] == backslash)
+            break;
+        to[count] = static_cast<char>(text[count]);
+    }
+    return count;
+}
+#endif
+
+bool isDigit(char16_t c)
+{
+    return c >= u'0' && c <= u'9';
+}
+
+bool isNumberCharacter(char16_t c)
+{
+    return isDigit(c) || c == u'+' || c == u'-' || c == u'.' || c == u'e' || c == u'E';
+}
+
+/// The character that an escape letter stands for; 0 for a letter that stands for none.
+char16_t unescape(char16_t letter)
+{
+    switch (letter) {
+    case quote:
+    case backslash:
+    case u'/':
+        return letter;
+    case u'b':
+        return u'\b';
+    case u'f':
+        return u'\f';
+    case u'n':
+        return u'\n';
+    case u'r':
+        return u'\r';
+    case u't':
+        return u'\t';
+    default:
+        return 0;
+    }
+}
+
+constexpr int hexLength = 4;
+
+char16_t fromHex(const char16_t* digits)
+{
+    unsigned unit = 0;
+    for (int i = 0; i < hexLength; ++i) {
+        const unsigned letter = digits[i] | 0x20U;
+        if (isDigit(digits[i]))
+            unit = unit << 4U | (digits[i] - u'0');
+        else if (letter >= 'a' && letter <= 'f')
+            unit = unit << 4U | (letter - 'a' + 10);
+        else // Qt takes some other spellings, too
+            return static_cast<char16_t>(toQString(digits, hexLength).toInt(nullptr, 16));
+    }
+    return static_cast<char16_t>(unit);
+}
+
+/// Reads a text from its start towards its end. Each function leaves off behind what it has read, and
+/// returns false when that was wrong: then nothing more is read.
+class Reader final
+{
+public:
+    explicit Reader(const QString& json)
+        : m_at(viewOf(json).data())
+        , m_end(m_at + json.size())
+        , m_knownKeys(json.size() < manyKeys ? 0 : knownKeys)
+    {
+    }
+
+    /// @p depth counts the objects and arrays around the value.
+    bool readValue(QVariant& value, int depth)
+    {
+        skipBlanks();
+        if (m_at == m_end)
+            return false;
+        switch (*m_at) {
+        case quote: {
+            QString text;
+            if (!readString(text))
+                return false;
+            value = QVariant(text);
+            return true;
+        }
+        case u'{':
+            return depth < maximumDepth && readObject(value, depth + 1);
+        case u'[':
+            return depth < maximumDepth && readArray(value, depth + 1);
+        default:
+            break;
+        }
+        if (isDigit(*m_at) || *m_at == u'-')
+            value = readNumber();
+        else if (skipWord(u"true"))
+            value = true;
+        else if (skipWord(u"false"))
+            value = false;
+        else
+            return skipWord(u"null");
+        return true;
+    }
+
+private:
+    static constexpr int manyKeys = 1024; // characters, where keys may begin to repeat
+    static constexpr int knownKeys = 256; // a power of 2
+    static constexpr int longestKnown = 32;
+
+    void skipBlanks()
+    {
+        while (m_at != m_end && (*m_at == u' ' || *m_at == u'\t' || *m_at == u'\n' || *m_at == u'\r'))
+            ++m_at;
+    }
+
+    bool standsHere(std::u16string_view word) const
+    {
+        return static_cast<std::size_t>(m_end - m_at) >= word.size() &&
+               word.compare(0, word.size(), m_at, word.size()) == 0;
+    }
+
+    bool skipWord(std::u16string_view word)
+    {
+        if (!standsHere(word))
+            return false;
+        m_at += word.size();
+        return true;
+    }
+
+    /// Goes to the next member, or past the end of the object or array; @p ended tells.
+    bool readSeparator(char16_t close, bool& ended)
+    {
+        for (;;) {
+            skipBlanks();
+            if (m_at == m_end)
+                return false;
+            ended = *m_at == close;
+            if (!ended && *m_at != u',')
+                return true;
+            ++m_at;
+            if (ended)
+                return true;
+        }
+    }
+
+    bool readObject(QVariant& value, int depth)
+    {
+        QVariantMap map;
+        value = map; // what is left of it in case of failure
+        ++m_at;
+        const QString* greatest = nullptr;
+        for (;;) {
+            bool ended = false;
+            if (!readSeparator(u'}', ended))
+                return false;
+            if (ended)
+                break;
+            const QString* key = readKey();
+            if (key == nullptr)
+                return false;
+            // Most texts have their keys in order, and to add the greatest key needs no search.
+            QVariantMap::iterator member;
+            if (greatest == nullptr || viewOf(*greatest) < viewOf(*key)) {
+                member = map.insert(map.constEnd(), *key, m_null);
+                greatest = &member.key();
+            } else {
+                member = map.insert(*key, m_null);
+            }
+            if (!readValue(*member, depth))
+                return false;
+        }
+        value = map;
+        return true;
+    }
+
+    bool readArray(QVariant& value, int depth)
+    {
+        QVariantList list;
+        value = list;
+        ++m_at;
+        for (;;) {
+            bool ended = false;
+            if (!readSeparator(u']', ended))
+                return false;
+            if (ended)
+                break;
+            list.append(m_null);
+            if (!readValue(list.last(), depth))
+                return false;
+        }
+        value = list;
+        return true;
+    }
+
+    /// Whether there is any token; which one does not matter where a key should be.
+    bool isToken() const
+    {
+        switch (*m_at) {
+        case quote:
+        case u'{':
+        case u'[':
+        case u']':
+        case u':':
+        case u'-':
+            return true;
+        default:
+            return isDigit(*m_at) || standsHere(u"true") || standsHere(u"false") || standsHere(u"null");
+        }
+    }
+
+    /// A key and its colon. The key stays as it is until the next one is read.
+    const QString* readKey()
+    {
+        if (!isToken())
+            return nullptr;
+        const char16_t* const start = m_at + 1;
+        const char16_t* const end = plainEnd(start);
+        QString* key = &m_key;
+        if (end != m_end && *end == quote) {
+            m_at = end + 1;
+            const std::u16string_view text(start, static_cast<std::size_t>(end - start));
+            if (!m_knownKeys.empty() && !text.empty() && text.size() <= longestKnown)
+                key = &knownKey(text);
+            if (key == &m_key || viewOf(*key) != text)
+                *key = toQString(start, end - start);
+        } else if (!readString(*key)) {
+            return nullptr;
+        }
+        skipBlanks();
+        if (m_at == m_end || *m_at != u':')
+            return nullptr;
+        ++m_at;
+        return key;
+    }
+
+    /// The place of one of the last keys, perhaps this one: equal keys share their characters.
+    QString& knownKey(std::u16string_view text)
+    {
+        const std::size_t size = text.size();
+        const std::size_t mixed = size * 31U + std::size_t(text.front()) * 7U + std::size_t(text[size / 2]) * 17U +
+                                  std::size_t(text.back()) * 131U;
+        return m_knownKeys[(mixed ^ mixed >> 8U) % knownKeys];
+    }
+
+    /// The next quote or backslash, or the end.
+    const char16_t* plainEnd(const char16_t* at) const
+    {
+        while (m_end - at >= blockSize) {
+            const int plain = plainInBlock(at);
+            at += plain;
+            if (plain < blockSize)
+                return at;
+        }
+        while (at != m_end && *at != quote && *at != backslash)
+            ++at;
+        return at;
+    }
+
+    bool readString(QString& text)
+    {
+        ++m_at; // the opening quote, or whatever stands in its place
+        const char16_t* const end = plainEnd(m_at);
+        if (end == m_end)
+            return false;
+        if (*end == backslash)
+            return readEscaped(text);
+        text = toQString(m_at, end - m_at);
+        m_at = end + 1;
+        return true;
+    }
+
+    bool readEscaped(QString& text)
+    {
+        const char16_t* at = m_at;
+        std::size_t size = 0;
+        for (;;) {
+            if (m_text.size() - size < blockSize)
+                m_text.resize(2 * m_text.size() + 256);
+            char16_t* const to = m_text.data() + size;
+            if (m_end - at >= blockSize) {
+                std::memcpy(to, at, blockSize * sizeof(char16_t));
+                const int plain = plainInBlock(at);
+                at += plain;
+                size += static_cast<std::size_t>(plain);
+                if (plain == blockSize)
+                    continue;
+            }
+            if (at == m_end)
+                return false;
+            const char16_t c = *at++;
+            if (c == quote)
+                break;
+            if (c != backslash) {
+                m_text[size++] = c;
+                continue;
+            }
+            if (at == m_end)
+                return false;
+            const char16_t letter = *at++;
+            if (const char16_t plain = unescape(letter)) {
+                m_text[size++] = plain;
+            } else if (letter == u'u') {
+                if (m_end - at < hexLength)
+                    return false;
+                m_text[size++] = fromHex(at);
+                at += hexLength;
+            }
+        }
+        m_at = at;
+        text = toQString(m_text.data(), static_cast<std::ptrdiff_t>(size));
+        return true;
+    }
+
+    QVariant readNumber()
+    {
+        constexpr int safeDigits = 18;
+        const char16_t* const start = m_at;
+        const bool negative = *m_at == u'-';
+        if (negative)
+            ++m_at;
+        const char16_t* const digits = m_at;
+        quint64 number = 0;
+        for (; m_at != m_end && isDigit(*m_at); ++m_at)
+            number = number * 10 + (*m_at - u'0');
+        if (m_at - digits <= safeDigits && (m_at == m_end || !isNumberCharacter(*m_at)))
+            return negative ? QVariant(-static_cast<qlonglong>(number)) : QVariant(number);
+
+        bool point = false;
+        for (; m_at != m_end && isNumberCharacter(*m_at); ++m_at)
+            point = point || *m_at == u'.';
+        const QString run = toQString(start, m_at - start);
+        if (point)
+            return run.toDouble();
+        return negative ? QVariant(run.toLongLong()) : QVariant(run.toULongLong());
+    }
+
+    const char16_t* m_at;
+    const char16_t* const m_end;
+    const QVariant m_null;
+    QString m_key;
+    std::vector<QString> m_knownKeys;
+    std::vector<char16_t> m_text; ///< a string with escapes, while it is read
 };
 
-QVariant parseValue(const QString& json, int& index, bool& success, int depth);
-
-bool isDigit(QChar c)
+/// For each byte the letter of its escape, 0 for those that stand as they are.
+constexpr std::array<char, 128> escapeLetters()
 {
-    return c >= QLatin1Char('0') && c <= QLatin1Char('9');
+    std::array<char, 128> letters = {};
+    letters['"'] = '"';
+    letters['\\'] = '\\';
+    letters['\b'] = 'b';
+    letters['\f'] = 'f';
+    letters['\n'] = 'n';
+    letters['\r'] = 'r';
+    letters['\t'] = 't';
+    return letters;
 }
 
-bool isNumberCharacter(QChar c)
+/// Writes values one after the other; false when one has no JSON form.
+class Writer final
 {
-    switch (c.unicode()) {
-    case '+':
-    case '-':
-    case '.':
-    case 'e':
-    case 'E':
-        return true;
-    default:
-        return isDigit(c);
-    }
-}
-
-void eatWhitespace(const QString& json, int& index)
-{
-    for (; index < json.size(); ++index) {
-        switch (json.at(index).unicode()) {
-        case ' ':
-        case '\t':
-        case '\n':
-        case '\r':
-            break;
+public:
+    /// @p depth counts the lists and maps around the value.
+    bool write(const QVariant& data, int depth)
+    {
+        switch (data.userType()) {
+        case QMetaType::UnknownType:
+            append("null");
+            return true;
+        case QMetaType::QVariantMap:
+            return writePairs(content<QVariantMap>(data), depth);
+        case QMetaType::QVariantHash:
+            return writePairs(content<QVariantHash>(data), depth);
+        case QMetaType::QVariantList:
+            return writeList(content<QVariantList>(data), depth);
+        case QMetaType::QStringList:
+            return writeList(content<QStringList>(data), depth);
+        case QMetaType::QString:
+            writeString(content<QString>(data));
+            return true;
         default:
-            return;
+            return writeScalar(data);
         }
     }
-}
 
-bool standsAt(const QString& json, int index, QLatin1String word)
-{
-    return QStringView(json).mid(index).startsWith(word);
-}
-
-Token nextToken(const QString& json, int& index)
-{
-    eatWhitespace(json, index);
-    if (index == json.size())
-        return JsonTokenNone;
-
-    const QChar c = json.at(index++);
-    switch (c.unicode()) {
-    case '{':
-        return JsonTokenCurlyOpen;
-    case '}':
-        return JsonTokenCurlyClose;
-    case '[':
-        return JsonTokenSquaredOpen;
-    case ']':
-        return JsonTokenSquaredClose;
-    case ':':
-        return JsonTokenColon;
-    case ',':
-        return JsonTokenComma;
-    case '"':
-        return JsonTokenString;
-    case '-':
-        return JsonTokenNumber;
-    default:
-        if (isDigit(c))
-            return JsonTokenNumber;
+    QByteArray take()
+    {
+        m_text.resize(m_size);
+        return std::move(m_text);
     }
 
-    --index;
-    if (standsAt(json, index, QLatin1String("true"))) {
-        index += 4;
-        return JsonTokenTrue;
+private:
+    /// Without a copy, for a type that the value has.
+    template<typename T>
+    static const T& content(const QVariant& data)
+    {
+        return *static_cast<const T*>(data.constData());
     }
-    if (standsAt(json, index, QLatin1String("false"))) {
-        index += 5;
-        return JsonTokenFalse;
+
+    bool write(const QString& text, int depth)
+    {
+        Q_UNUSED(depth)
+        writeString(text);
+        return true;
     }
-    if (standsAt(json, index, QLatin1String("null"))) {
-        index += 4;
-        return JsonTokenNull;
-    }
-    return JsonTokenNone;
-}
 
-Token lookAhead(const QString& json, int index)
-{
-    return nextToken(json, index);
-}
-
-int lastIndexOfNumber(const QString& json, int index)
-{
-    while (index < json.size() && isNumberCharacter(json.at(index)))
-        ++index;
-    return index - 1;
-}
-
-QVariant parseNumber(const QString& json, int& index)
-{
-    eatWhitespace(json, index);
-    const int last = lastIndexOfNumber(json, index);
-    const QString run = json.mid(index, last - index + 1);
-    index = last + 1;
-
-    if (run.contains(QLatin1Char('.')))
-        return run.toDouble();
-    if (run.startsWith(QLatin1Char('-')))
-        return run.toLongLong();
-    return run.toULongLong();
-}
-
-/// The character that an escape letter stands for; false for a letter that stands for none.
-bool unescape(QChar letter, QChar& character)
-{
-    switch (letter.unicode()) {
-    case '"':
-    case '\\':
-    case '/':
-        character = letter;
-        return true;
-    case 'b':
-        character = QLatin1Char('\b');
-        return true;
-    case 'f':
-        character = QLatin1Char('\f');
-        return true;
-    case 'n':
-        character = QLatin1Char('\n');
-        return true;
-    case 'r':
-        character = QLatin1Char('\r');
-        return true;
-    case 't':
-        character = QLatin1Char('\t');
-        return true;
-    default:
-        return false;
-    }
-}
-
-QVariant parseString(const QString& json, int& index, bool& success)
-{
-    constexpr int hexLength = 4;
-    eatWhitespace(json, index);
-    ++index; // the opening quote, or whatever stands in its place
-
-    QString text;
-    while (index < json.size()) {
-        // Plain characters are appended by the run, not one by one.
-        const int start = index;
-        while (index < json.size() && json.at(index) != QLatin1Char('"') && json.at(index) != QLatin1Char('\\'))
-            ++index;
-        text.append(json.constData() + start, index - start);
-        if (index == json.size())
-            break;
-        if (json.at(index++) == QLatin1Char('"'))
-            return text.isNull() ? QString(QLatin1String("")) : text;
-
-        if (index == json.size())
-            break;
-        const QChar letter = json.at(index++);
-        QChar character;
-        if (unescape(letter, character)) {
-            text.append(character);
-        } else if (letter == QLatin1Char('u')) {
-            if (json.size() - index < hexLength)
-                break;
-            const int unit = json.midRef(index, hexLength).toInt(nullptr, 16);
-            text.append(QChar(static_cast<ushort>(unit)));
-            index += hexLength;
+    template<typename List>
+    bool writeList(const List& list, int depth)
+    {
+        if (depth == maximumDepth)
+            return false;
+        append("[ ");
+        for (auto element = list.cbegin(); element != list.cend(); ++element) {
+            if (element != list.cbegin())
+                append(", ");
+            if (!write(*element, depth + 1))
+                return false;
         }
+        append(" ]");
+        return true;
     }
-    success = false;
-    return {};
-}
 
-QVariant parseObject(const QString& json, int& index, bool& success, int depth)
-{
-    QVariantMap map;
-    nextToken(json, index);
-    for (;;) {
-        switch (lookAhead(json, index)) {
-        case JsonTokenNone:
-            success = false;
-            return QVariantMap();
-        case JsonTokenComma:
-            nextToken(json, index);
-            continue;
-        case JsonTokenCurlyClose:
-            nextToken(json, index);
-            return map;
+    template<typename Map>
+    bool writePairs(const Map& map, int depth)
+    {
+        if (depth == maximumDepth)
+            return false;
+        append("{ ");
+        for (auto pair = map.cbegin(); pair != map.cend(); ++pair) {
+            if (pair != map.cbegin())
+                append(", ");
+            writeString(pair.key());
+            append(" : ");
+            if (!write(pair.value(), depth + 1))
+                return false;
+        }
+        append(" }");
+        return true;
+    }
+
+    bool writeScalar(const QVariant& data)
+    {
+        switch (data.userType()) {
+        case QMetaType::QByteArray:
+            writeString(data.toString());
+            return true;
+        case QMetaType::Double:
+            writeDouble(data.toDouble());
+            return true;
+        case QMetaType::Bool:
+            append(data.toBool() ? "true" : "false");
+            return true;
+        case QMetaType::ULongLong:
+            writeInteger(data.toULongLong());
+            return true;
         default:
             break;
         }
-
-        const QString key = parseString(json, index, success).toString();
-        if (!success)
-            return QVariantMap();
-        if (nextToken(json, index) != JsonTokenColon) {
-            success = false;
-            return QVariantMap();
-        }
-        const QVariant value = parseValue(json, index, success, depth);
-        if (!success)
-            return QVariantMap();
-        map.insert(key, value);
-    }
-}
-
-QVariant parseArray(const QString& json, int& index, bool& success, int depth)
-{
-    QVariantList list;
-    nextToken(json, index);
-    for (;;) {
-        switch (lookAhead(json, index)) {
-        case JsonTokenNone:
-            success = false;
-            return QVariantList();
-        case JsonTokenComma:
-            nextToken(json, index);
-            continue;
-        case JsonTokenSquaredClose:
-            nextToken(json, index);
-            return list;
-        default:
-            break;
-        }
-
-        const QVariant value = parseValue(json, index, success, depth);
-        if (!success)
-            return QVariantList();
-        list.append(value);
-    }
-}
-
-/// @p depth counts the objects and arrays around the value.
-QVariant parseValue(const QString& json, int& index, bool& success, int depth)
-{
-    switch (lookAhead(json, index)) {
-    case JsonTokenString:
-        return parseString(json, index, success);
-    case JsonTokenNumber:
-        return parseNumber(json, index);
-    case JsonTokenCurlyOpen:
-        if (depth < maximumDepth)
-            return parseObject(json, index, success, depth + 1);
-        break;
-    case JsonTokenSquaredOpen:
-        if (depth < maximumDepth)
-            return parseArray(json, index, success, depth + 1);
-        break;
-    case JsonTokenTrue:
-        nextToken(json, index);
+        if (data.canConvert<qlonglong>())
+            writeInteger(data.toLongLong());
+        else if (data.canConvert<long>())
+            writeInteger(data.value<long>());
+        else if (data.canConvert<QString>())
+            writeString(data.toString());
+        else
+            return false;
         return true;
-    case JsonTokenFalse:
-        nextToken(json, index);
-        return false;
-    case JsonTokenNull:
-        nextToken(json, index);
-        return {};
-    default:
-        break;
     }
-    success = false;
-    return {};
-}
 
-QString sanitizeString(QString str)
-{
-    str.replace(QLatin1String("\\"), QLatin1String("\\\\"));
-    str.replace(QLatin1String("\""), QLatin1String("\\\""));
-    str.replace(QLatin1String("\b"), QLatin1String("\\b"));
-    str.replace(QLatin1String("\f"), QLatin1String("\\f"));
-    str.replace(QLatin1String("\n"), QLatin1String("\\n"));
-    str.replace(QLatin1String("\r"), QLatin1String("\\r"));
-    str.replace(QLatin1String("\t"), QLatin1String("\\t"));
-    return QStringLiteral("\"%1\"").arg(str);
-}
-
-QByteArray join(const QList<QByteArray>& list, const QByteArray& sep)
-{
-    QByteArray joined;
-    for (const QByteArray& element : list) {
-        if (!joined.isEmpty())
-            joined += sep;
-        joined += element;
+    /// Where up to @p size bytes can be written now.
+    char* room(int size)
+    {
+        if (m_text.size() - m_size < size)
+            m_text.resize(std::max(2 * m_text.size(), m_size + size));
+        return m_text.data() + m_size;
     }
-    return joined;
-}
 
-QByteArray serializeValue(const QVariant& data, bool& success, int depth);
+    void append(std::string_view text)
+    {
+        const int size = static_cast<int>(text.size());
+        std::memcpy(room(size), text.data(), text.size());
+        m_size += size;
+    }
 
-QByteArray serializeList(const QVariantList& list, bool& success, int depth)
-{
-    QList<QByteArray> elements;
-    for (const QVariant& element : list) {
-        const QByteArray text = serializeValue(element, success, depth);
-        if (text.isNull()) {
-            success = false;
-            return {};
+    template<typename Integer>
+    void writeInteger(Integer value)
+    {
+        constexpr int longest = 20;
+        char* const start = room(longest);
+        m_size += static_cast<int>(std::to_chars(start, start + longest, value).ptr - start);
+    }
+
+    void writeDouble(double value)
+    {
+        constexpr int significantDigits = 20;
+        QByteArray text = QByteArray::number(value, 'g', significantDigits);
+        if (!text.contains('.') && !text.contains('e'))
+            text += ".0";
+        append({text.constData(), static_cast<std::size_t>(text.size())});
+    }
+
+    void writeString(const QString& text)
+    {
+        const char16_t* at = viewOf(text).data();
+        const char16_t* const end = at + text.size();
+        constexpr int longestCharacter = 3; // bytes for each UTF-16 unit
+        char* const start = room(longestCharacter * text.size() + 2);
+        char* to = start;
+        *to++ = '"';
+        while (at != end) {
+            if (end - at >= blockSize) {
+                const int written = writeBlock(to, at);
+                at += written;
+                to += written;
+                if (written == blockSize)
+                    continue;
+            } else if (*at < 0x80 && letters[*at] == 0) {
+                *to++ = static_cast<char>(*at++);
+                continue;
+            }
+            to = writeSpecial(to, at, end);
         }
-        elements << text;
+        *to++ = '"';
+        m_size += static_cast<int>(to - start);
     }
-    return "[ " + join(elements, ", ") + " ]";
-}
 
-template<typename Map>
-QByteArray serializePairs(const Map& map, bool& success, int depth)
-{
-    QList<QByteArray> pairs;
-    for (auto pair = map.cbegin(); pair != map.cend(); ++pair) {
-        const QByteArray text = serializeValue(pair.value(), success, depth);
-        if (text.isNull()) {
-            success = false;
-            return {};
+    /// One character: its escape or its UTF-8; a half of a surrogate pair becomes a question mark.
+    static char* writeSpecial(char* to, const char16_t*& at, const char16_t* end)
+    {
+        const auto tail = [](uint character, uint shift) {
+            return static_cast<char>(0x80U | (character >> shift & 0x3fU));
+        };
+        const char16_t c = *at++;
+        if (c < 0x80) {
+            if (letters[c] != 0)
+                *to++ = '\\';
+            *to++ = letters[c] != 0 ? letters[c] : static_cast<char>(c);
+        } else if (c < 0x800) {
+            *to++ = static_cast<char>(0xc0U | c >> 6U);
+            *to++ = tail(c, 0);
+        } else if (!QChar::isSurrogate(c)) {
+            *to++ = static_cast<char>(0xe0U | c >> 12U);
+            *to++ = tail(c, 6);
+            *to++ = tail(c, 0);
+        } else if (QChar::isHighSurrogate(c) && at != end && QChar::isLowSurrogate(*at)) {
+            const uint character = QChar::surrogateToUcs4(c, *at++);
+            *to++ = static_cast<char>(0xf0U | character >> 18U);
+            *to++ = tail(character, 12);
+            *to++ = tail(character, 6);
+            *to++ = tail(character, 0);
+        } else {
+            *to++ = '?';
         }
-        pairs << sanitizeString(pair.key()).toUtf8() + " : " + text;
+        return to;
     }
-    return "{ " + join(pairs, ", ") + " }";
-}
 
-QByteArray serializeDouble(double value)
-{
-    constexpr int significantDigits = 20;
-    QByteArray text = QByteArray::number(value, 'g', significantDigits);
-    if (!text.contains('.') && !text.contains('e'))
-        text += ".0";
-    return text;
-}
+    static constexpr std::array<char, 128> letters = escapeLetters();
 
-QByteArray serializeScalar(const QVariant& data, bool& success)
-{
-    switch (data.userType()) {
-    case QMetaType::QString:
-    case QMetaType::QByteArray:
-        return sanitizeString(data.toString()).toUtf8();
-    case QMetaType::Double:
-        return serializeDouble(data.toDouble());
-    case QMetaType::Bool:
-        return data.toBool() ? "true" : "false";
-    case QMetaType::ULongLong:
-        return QByteArray::number(data.toULongLong());
-    default:
-        break;
-    }
-    if (data.canConvert<qlonglong>())
-        return QByteArray::number(data.toLongLong());
-    if (data.canConvert<long>())
-        return QString::number(data.value<long>(), 10).toUtf8();
-    if (data.canConvert<QString>())
-        return sanitizeString(data.toString()).toUtf8();
-    success = false;
-    return {};
-}
-
-/// @p depth counts the lists and maps around the value.
-QByteArray serializeValue(const QVariant& data, bool& success, int depth)
-{
-    if (!data.isValid())
-        return "null";
-    switch (data.userType()) {
-    case QMetaType::QVariantList:
-    case QMetaType::QStringList:
-    case QMetaType::QVariantHash:
-    case QMetaType::QVariantMap:
-        if (depth == maximumDepth) {
-            success = false;
-            return {};
-        }
-        break;
-    default:
-        return serializeScalar(data, success);
-    }
-    switch (data.userType()) {
-    case QMetaType::QVariantHash:
-        return serializePairs(data.toHash(), success, depth + 1);
-    case QMetaType::QVariantMap:
-        return serializePairs(data.toMap(), success, depth + 1);
-    default:
-        return serializeList(data.toList(), success, depth + 1);
-    }
-}
+    QByteArray m_text; ///< longer than what is written
+    int m_size = 0;
+};
 
 } // namespace
 
 QVariant parse(const QString& json, bool& success)
 {
     success = true;
-    if (json.isNull())
-        return {};
-    int index = 0;
-    return parseValue(json, index, success, 0);
+    QVariant value;
+    if (!json.isNull())
+        success = Reader(json).readValue(value, 0);
+    return value;
 }
 
 QVariant parse(const QString& json)
@@ -428,9 +656,9 @@ QVariant parse(const QString& json)
 
 QByteArray serialize(const QVariant& data, bool& success)
 {
-    success = true;
-    const QByteArray text = serializeValue(data, success, 0);
-    return success ? text : QByteArray();
+    Writer writer;
+    success = writer.write(data, 0);
+    return success ? writer.take() : QByteArray();
 }
 
 QByteArray serialize(const QVariant& data)

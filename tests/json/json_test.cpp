@@ -123,6 +123,7 @@ private slots:
         QTest::newRow("broken exponent") << "1e5e" << QVariant(static_cast<qulonglong>(0));
         QTest::newRow("largest") << "18446744073709551615" << QVariant(std::numeric_limits<qulonglong>::max());
         QTest::newRow("one too many") << "18446744073709551616" << QVariant(static_cast<qulonglong>(0));
+        QTest::newRow("leading zeros") << "00000000000000000000012" << QVariant(static_cast<qulonglong>(12));
         QTest::newRow("smallest") << "-9223372036854775808" << QVariant(std::numeric_limits<qlonglong>::min());
     }
     void numberTypeFollowsItsSpelling()
@@ -179,6 +180,64 @@ private slots:
         QVERIFY(!ok);
     }
 
+    /// Long texts are read and written in blocks; what is special may stand anywhere in them.
+    void specialCharactersAreFoundWhereverTheyStand_data()
+    {
+        QTest::addColumn<QString>("special");
+        QTest::addColumn<QByteArray>("written");
+        QTest::newRow("quote") << QStringLiteral("\"") << QByteArray("\\\"");
+        QTest::newRow("backslash") << QStringLiteral("\\") << QByteArray("\\\\");
+        QTest::newRow("line feed") << QStringLiteral("\n") << QByteArray("\\n");
+        QTest::newRow("control character") << QStringLiteral("\x01") << QByteArray("\x01");
+        QTest::newRow("zero") << QString(QChar(0)) << QByteArray("", 1);
+        QTest::newRow("two bytes") << QString(QChar(0x10d)) << QByteArray("\xc4\x8d");
+        QTest::newRow("three bytes") << QString(QChar(0x20ac)) << QByteArray("\xe2\x82\xac");
+        QTest::newRow("high unit") << QString(QChar(0xff01)) << QByteArray("\xef\xbc\x81");
+        QTest::newRow("four bytes") << QString::fromUtf8("\xf0\x9f\x98\x80") << QByteArray("\xf0\x9f\x98\x80");
+        QTest::newRow("half a pair") << QString(QChar(0xd83d)) << QByteArray("?");
+    }
+    void specialCharactersAreFoundWhereverTheyStand()
+    {
+        QFETCH(QString, special);
+        QFETCH(QByteArray, written);
+        for (int length = 0; length < 40; ++length) {
+            for (int at = 0; at <= length; ++at) {
+                const QString text = QString(at, QLatin1Char('a')) + special + QString(length - at, QLatin1Char('z'));
+                const QByteArray json = '"' + QByteArray(at, 'a') + written + QByteArray(length - at, 'z') + '"';
+                QCOMPARE(Json::serialize(text), json);
+                bool ok = false;
+                const QVariant read = Json::parse(QString::fromUtf8(json.constData(), json.size()), ok);
+                QVERIFY(ok);
+                QCOMPARE(read.toString().toUtf8(), text.toUtf8());
+            }
+        }
+    }
+
+    void keysAreKeptApartInLongTexts()
+    {
+        QVariantList objects;
+        for (int i = 0; i < 2000; ++i) {
+            const QString number = QString::number(i * 7919 % 2000);
+            objects << QVariantMap{{QStringLiteral("same"), number},
+                                   {number, QStringLiteral("x")},
+                                   {QStringLiteral("a\"") + number, 1ULL},
+                                   {QString(), -1LL},
+                                   {QString(40, QLatin1Char('k')) + number, 0.5}};
+        }
+        bool ok = false;
+        QCOMPARE(Json::parse(QString::fromUtf8(Json::serialize(objects)), ok).toList(), objects);
+        QVERIFY(ok);
+    }
+
+    void keysMayComeInAnyOrder()
+    {
+        QCOMPARE(parsed("{\"c\":1,\"a\":2,\"d\":3,\"b\":4,\"c\":5,\"d\":6}").toMap(),
+                 (QVariantMap{{QStringLiteral("a"), 2ULL},
+                              {QStringLiteral("b"), 4ULL},
+                              {QStringLiteral("c"), 5ULL},
+                              {QStringLiteral("d"), 6ULL}}));
+    }
+
     void emptyStringIsAValue()
     {
         const QVariant value = parsed("\"\"");
@@ -232,6 +291,8 @@ private slots:
         QTest::newRow("empty text is not null") << QVariant(QString()) << QByteArray("\"\"");
         QTest::newRow("bytes") << QVariant(QByteArray("b")) << QByteArray("\"b\"");
         QTest::newRow("twenty digits") << QVariant(0.1) << QByteArray("0.10000000000000000555");
+        QTest::newRow("half of the last digit")
+            << QVariant(-103895366010551.890625) << QByteArray("-103895366010551.89063");
         QTest::newRow("whole double") << QVariant(5.0) << QByteArray("5.0");
         QTest::newRow("large double") << QVariant(1e20) << QByteArray("1e+20");
         QTest::newRow("true") << QVariant(true) << QByteArray("true");
