@@ -1,0 +1,204 @@
+#include "bench/process.h"
+#include "bench/table.h"
+#include "bench/topics.h"
+
+#include <QDateTime>
+#include <QDir>
+#include <QDirIterator>
+#include <QStandardPaths>
+
+#include <memory>
+#include <vector>
+
+namespace
+{
+
+constexpr int starts = 20;
+constexpr int settleTime = 20000; // ms
+
+/// The tray that the programs come into; it is asked when it saw what.
+class TrayHost final
+{
+public:
+    TrayHost()
+    {
+        bench::launch(m_process, QStringLiteral(ORVEL_BENCH_TRAYHOST), {});
+        secondsOf("ready");
+    }
+    ~TrayHost()
+    {
+        bench::end(m_process);
+    }
+    void forget()
+    {
+        m_process.readAllStandardOutput();
+    }
+    /// The time of the next such line.
+    double secondsOf(const QByteArray& word)
+    {
+        constexpr int patience = 30000; // ms
+        for (;;) {
+            while (m_process.canReadLine()) {
+                const QByteArrayList parts = m_process.readLine().trimmed().split(' ');
+                if (parts.value(0) == word)
+                    return parts.value(1).toDouble() / 1e9;
+            }
+            if (!m_process.waitForReadyRead(patience))
+                bench::fail(QStringLiteral("Not seen: ") + QString::fromLatin1(word));
+        }
+    }
+
+private:
+    QProcess m_process;
+};
+
+struct Program
+{
+    QString name;
+    QString path;
+    QVector<double> startTimes;
+    bench::Cost before;
+    bench::Cost after;
+
+    double wakeUps(double seconds) const ///< a second
+    {
+        return static_cast<double>(after.wakeUps - before.wakeUps) / seconds;
+    }
+};
+
+void leave(QProcess& process)
+{
+    constexpr int patience = 5000; // ms
+    process.terminate();
+    if (!process.waitForFinished(patience))
+        bench::end(process);
+}
+
+void start(QProcess& process, const Program& program)
+{
+    process.setStandardOutputFile(QProcess::nullDevice());
+    process.setStandardErrorFile(QProcess::nullDevice());
+    bench::launch(process, program.path, {});
+}
+
+double startTime(TrayHost& host, const Program& program, const QByteArray& word)
+{
+    constexpr int calm = 300; // ms; what the program does next is not the next one's
+    host.forget();
+    QProcess process;
+    const double begin = bench::wallTime();
+    start(process, program);
+    const double seconds = host.secondsOf(word) - begin;
+    bench::pause(calm);
+    leave(process);
+    return seconds;
+}
+
+void measureStarts(TrayHost& host, std::vector<Program>& programs, const QByteArray& word)
+{
+    for (int i = 0; i < starts; ++i) {
+        for (Program& program : programs)
+            program.startTimes << startTime(host, program, word);
+    }
+}
+
+/// All at once: what they cost after a while, and what they do when nothing happens.
+void measureIdle(std::vector<Program>& programs, int duration)
+{
+    std::vector<std::unique_ptr<QProcess>> processes;
+    for (const Program& program : programs) {
+        processes.push_back(std::make_unique<QProcess>());
+        start(*processes.back(), program);
+    }
+    bench::pause(settleTime);
+    for (size_t i = 0; i < programs.size(); ++i)
+        programs[i].before = bench::costOf(processes[i]->processId());
+    bench::pause(duration);
+    for (size_t i = 0; i < programs.size(); ++i)
+        programs[i].after = bench::costOf(processes[i]->processId());
+    for (const auto& process : processes)
+        leave(*process);
+}
+
+int filesTouchedSince(const QDateTime& time)
+{
+    int touched = 0;
+    QDirIterator files(QDir::homePath(), QDir::Files | QDir::Hidden | QDir::System, QDirIterator::Subdirectories);
+    while (files.hasNext()) {
+        files.next();
+        const QFileInfo info = files.fileInfo();
+        touched += std::max(info.lastModified(), info.metadataChangeTime()) > time ? 1 : 0;
+    }
+    return touched;
+}
+
+/// The client as somebody has it who is signed in and has started it a few times.
+Program signedInClient(TrayHost& host)
+{
+    constexpr int firstStarts = 3;
+    constexpr int time = 3000; // ms, until the engine has said who is signed in
+    bench::installTalker(1);
+    const Program client{QStringLiteral("Orvel Storage"), QStringLiteral(ORVEL_BENCH_ORVEL), {}, {}, {}};
+    for (int i = 0; i < firstStarts; ++i) {
+        QProcess process;
+        start(process, client);
+        host.secondsOf("dock");
+        bench::pause(time);
+        leave(process);
+    }
+    return client;
+}
+
+} // namespace
+
+void bench::desktop(Table& table)
+{
+    constexpr int idleTime = 120000; // ms
+    TrayHost host;
+    std::vector<Program> programs = {signedInClient(host),
+                                     {QStringLiteral("smallest"), QStringLiteral(ORVEL_BENCH_SMALLEST), {}, {}, {}}};
+    measureStarts(host, programs, "dock");
+    const QDateTime idleSince = QDateTime::currentDateTime().addMSecs(settleTime);
+    measureIdle(programs, idleTime);
+
+    const Program& ours = programs[0];
+    const Program& smallest = programs[1];
+    const QString reference = QStringLiteral("the smallest program with a tray icon");
+    table.within(QStringLiteral("start, until the tray icon is set"), reference, median(ours.startTimes),
+                 median(smallest.startTimes), QStringLiteral("s"), 1.25);
+    table.within(QStringLiteral("memory (PSS) after 20 s"), reference, ours.before.pss, smallest.before.pss,
+                 QStringLiteral("MiB"), 1.2);
+    table.within(QStringLiteral("wake-ups in 2 minutes idle"), reference,
+                 static_cast<double>(ours.after.wakeUps - ours.before.wakeUps),
+                 static_cast<double>(smallest.after.wakeUps - smallest.before.wakeUps), QStringLiteral("wake-ups"), 1);
+    table.atMost(QStringLiteral("files touched in 2 minutes idle"), reference, filesTouchedSince(idleSince), 0,
+                 QStringLiteral("files"), 0);
+}
+
+void bench::others(Table& table)
+{
+    constexpr int idleTime = 60000; // ms
+    TrayHost host;
+    std::vector<Program> programs = {signedInClient(host)};
+    for (const char* name : {"qbittorrent", "keepassxc", "syncthingtray", "seafile-applet", "owncloud"}) {
+        const QString path = QStandardPaths::findExecutable(QLatin1String(name));
+        if (!path.isEmpty())
+            programs.push_back({QLatin1String(name), path, {}, {}, {}});
+    }
+    measureStarts(host, programs, "map");
+    measureIdle(programs, idleTime);
+    const Program& ours = programs.front();
+    const double seconds = idleTime / 1000.0;
+    for (size_t i = 1; i < programs.size(); ++i) {
+        const Program& other = programs[i];
+        const QString mebibytes = QStringLiteral("MiB");
+        table.within(QStringLiteral("start, until the first window"), other.name, median(ours.startTimes),
+                     median(other.startTimes), QStringLiteral("s"), 1);
+        table.within(QStringLiteral("memory (PSS) after 20 s"), other.name, ours.before.pss, other.before.pss,
+                     mebibytes, 1);
+        table.within(QStringLiteral("memory (USS) after 20 s"), other.name, ours.before.uss, other.before.uss,
+                     mebibytes, 1);
+        table.within(QStringLiteral("wake-ups, idle"), other.name, ours.wakeUps(seconds), other.wakeUps(seconds),
+                     QStringLiteral("a second"), 1);
+    }
+}

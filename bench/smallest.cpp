@@ -1,0 +1,16 @@
+// The smallest program with a window and a tray icon: what the client is measured against.
+
+#include <QApplication>
+#include <QLabel>
+#include <QSystemTrayIcon>
+
+int main(int argc, char* argv[])
+{
+    const QApplication application(argc, argv);
+    const QIcon icon(QStringLiteral(":/omri36.png"));
+    QLabel window(QStringLiteral("Orvel Storage"));
+    window.show();
+    QSystemTrayIcon tray(icon);
+    tray.show();
+    return QApplication::exec();
+}
