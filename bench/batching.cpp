@@ -19,6 +19,7 @@ double gather(SyncFolder& folder, int paths)
             lists.push_back(new QStringList);
         *lists.back() << QStringLiteral("/home/marjeta/Orvel Storage/Fotografije/%1/izvirniki").arg(i);
     }
+    bench::tidyHeap();
     const double start = bench::processorTime();
     for (QStringList* list : lists)
         QMetaObject::invokeMethod(&folder, "extPathsChanged", Q_ARG(QStringList*, list));
@@ -35,6 +36,7 @@ void bench::batching(Table& table)
 {
     constexpr int many = 262140;
     constexpr int few = many / 100;
+    keepHeap();
     ServerComm server(QStringLiteral("Orvel Storage"), QStringLiteral("Velmora d.d."), false);
     SyncFolder folder(&server, nullptr);
     QObject::connect(&folder, SIGNAL(pathsChanged(QStringList&)), &server, SLOT(observedPathsChanged(QStringList&)));

@@ -10,10 +10,6 @@
 #include <cstdio>
 #include <cstdlib>
 
-#ifdef Q_OS_LINUX
-#include <malloc.h>
-#endif
-
 namespace
 {
 
@@ -120,27 +116,14 @@ QVariant rebuilt(const QVariant& value)
     }
 }
 
-/// Large texts begin on a heap without holes and without memory that the system has yet to hand out: what
-/// came before would be paid by whoever comes next.
-void tidyHeap(int size)
-{
-#ifdef Q_OS_LINUX
-    if (size < largeText)
-        return;
-    void* volatile block = std::malloc(static_cast<size_t>(largeText) * 64);
-    std::free(block);
-#else
-    Q_UNUSED(size)
-#endif
-}
-
 /// Samples of @p work; small texts are taken many at a time.
 template<typename Work>
 std::function<double()> sampleOf(const Text& text, const Work& work)
 {
     const int count = std::max(1, largeText / text.bytes.size());
     return [=, size = text.bytes.size()] {
-        tidyHeap(size);
+        if (size >= largeText)
+            bench::tidyHeap();
         return bench::timeOf(work, count);
     };
 }
@@ -222,11 +205,7 @@ void measureGrowth(bench::Table& table, const Text& small, const Text& large)
 
 void bench::codec(Table& table)
 {
-#ifdef Q_OS_LINUX
-    // The heap keeps what it has: who gets memory from the system, and when, would hide everything else.
-    mallopt(M_MMAP_MAX, 0);
-    mallopt(M_TRIM_THRESHOLD, 2147483647);
-#endif
+    keepHeap();
     const Text small{QStringLiteral("64 KiB of nested objects"), nestedObjects(64 * kibibyte)};
     const Text large{QStringLiteral("64 MiB of nested objects"), nestedObjects(64 * kibibyte * kibibyte)};
     measure(table, {QStringLiteral("a network state line"), networkState()});

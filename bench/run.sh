@@ -16,7 +16,7 @@ in_trial_home "$home"
 rm -f "$result"
 
 exec {display_pipe}<> <(:)
-Xvfb -displayfd "$display_pipe" -screen 0 1024x768x24 -nolisten tcp >"$home/xvfb.log" 2>&1 &
+Xvfb -displayfd "$display_pipe" -screen 0 1024x768x24 -nolisten tcp -noreset >"$home/xvfb.log" 2>&1 &
 display=$!
 trap 'kill "$display"; rm -rf "$home"' EXIT
 read -rt 30 -u "$display_pipe" number || fail "No display"
@@ -26,4 +26,4 @@ for topic in "$@"; do
   say "Measuring: $topic"
   dbus-run-session -- "$build/bench/orvel_bench" "$topic" "$result"
 done
-"$build/bench/orvel_bench" table "$result"
+QT_QPA_PLATFORM=offscreen "$build/bench/orvel_bench" table "$result"

@@ -7,7 +7,13 @@
 #include <algorithm>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <ctime>
+#include <limits>
+
+#ifdef Q_OS_LINUX
+#include <malloc.h>
+#endif
 
 namespace bench
 {
@@ -125,6 +131,21 @@ double median(QVector<double> values)
 {
     std::sort(values.begin(), values.end());
     return values.value(values.size() / 2);
+}
+
+void keepHeap()
+{
+#ifdef Q_OS_LINUX
+    mallopt(M_MMAP_MAX, 0);
+    mallopt(M_TRIM_THRESHOLD, std::numeric_limits<int>::max());
+#endif
+}
+
+void tidyHeap()
+{
+    constexpr size_t largeBlock = 1U << 20U; // to get one, the heap joins its small ones
+    void* volatile block = std::malloc(largeBlock);
+    std::free(block);
 }
 
 double processorTime()

@@ -48,6 +48,11 @@ double processorTime();
 /// Seconds on the wall.
 double wallTime();
 
+/// From now on the heap keeps what it has: who gets memory from the system, and when, would hide the rest.
+void keepHeap();
+/// A heap without holes, as what came before would be paid by whoever comes next.
+void tidyHeap();
+
 /// The processor time of @p work, a call, which is repeated @p count times; the results are destroyed outside.
 template<typename Work>
 double timeOf(const Work& work, int count)

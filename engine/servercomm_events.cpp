@@ -46,7 +46,7 @@ void ServerComm::serverOutput()
     const QVector<QStringRef> lines = text.splitRef(QLatin1Char('\n'), Qt::SkipEmptyParts);
     for (const QStringRef& line : lines) {
         bool ok = false;
-        const QVariant message = Json::parse(line.toString(), ok);
+        const QVariant message = Json::parse(QString::fromRawData(line.unicode(), line.size()), ok);
         if (ok && message.userType() == QMetaType::QVariantMap)
             handleMessage(message.toMap());
     }
@@ -60,7 +60,7 @@ void ServerComm::handleMessage(const QVariantMap& message)
     const auto value = [&message](const char* key) {
         return message.value(QLatin1String(key));
     };
-    const QString what = value("what").toString();
+    const QString what = message.value(QStringLiteral("what")).toString();
     ORVEL_LOG << "servercomm:"
               << "Received from erlang " << what;
 
@@ -71,7 +71,7 @@ void ServerComm::handleMessage(const QVariantMap& message)
         m_state.portTime = value("porttime").toInt();
         emit stateChanged();
     } else if (what == QLatin1String("networkstate")) {
-        m_state.netState = value("state").toString();
+        m_state.netState = message.value(QStringLiteral("state")).toString();
         takeIfPresent(message, QStringLiteral("uid"), m_state.uid);
         takeIfPresent(message, QStringLiteral("bps"), m_state.bps);
         takeIfPresent(message, QStringLiteral("uploads"), m_state.uploads);

@@ -7,6 +7,7 @@
 #include "syncfolder/winfilewatcher.h"
 #include "json/json.h"
 
+#include <QCoreApplication>
 #include <QDateTime>
 #include <QFile>
 #include <QSettings>
@@ -30,7 +31,7 @@ QDir directoryOf(const QVariant& root, bool& entered)
     return dir;
 }
 
-/// Every report of the network state comes by here; the file is written only for a new account.
+/// The file is written only for a new account.
 void store(QSettings& settings, const QString& key, quint64 uid)
 {
     if (!settings.contains(key) || settings.value(key).toULongLong() != uid)
@@ -60,6 +61,8 @@ SyncFolder::SyncFolder(ServerComm* server, QObject* parent)
 
 SyncFolder::~SyncFolder()
 {
+    m_watcher.reset();
+    QCoreApplication::sendPostedEvents(this, QEvent::MetaCall); // the watcher's last batches, which are ours to delete
     delete m_picker;
 }
 
@@ -161,10 +164,12 @@ void SyncFolder::extPathsChanged(QStringList* paths)
 
     const QString cache = m_cacheDir.path();
     for (const QString& path : qAsConst(*paths)) {
-        if (path.startsWith(cache) || m_pendingSet.contains(path))
+        if (path.startsWith(cache))
             continue;
+        const int known = m_pendingSet.size();
         m_pendingSet.insert(path);
-        m_pendingPaths.append(path);
+        if (m_pendingSet.size() != known)
+            m_pendingPaths.append(path);
     }
     if (m_reportArmed) {
         m_reportAgain = true;
@@ -197,10 +202,14 @@ void SyncFolder::loginChanged()
     const quint64 newUid = m_server->state().uid;
     ORVEL_LOG << "syncfolder:"
               << "Sync folder uid changed from " << m_uid << " to " << newUid;
-    QSettings settings;
-    if (newUid != 0)
-        store(settings, QStringLiteral("lastuid"), newUid);
-    store(settings, QStringLiteral("lastuidact"), newUid);
+    // Every report of the network state comes by here, and there may be many; the settings are slow.
+    if (m_storedUid != newUid) {
+        QSettings settings;
+        if (newUid != 0)
+            store(settings, QStringLiteral("lastuid"), newUid);
+        store(settings, QStringLiteral("lastuidact"), newUid);
+        m_storedUid = newUid;
+    }
 
     if (newUid == m_uid) {
         if (m_watcher)

@@ -9,6 +9,7 @@
 #include <QVariantList>
 
 #include <memory>
+#include <optional>
 
 class PickHomepath;
 class ServerComm;
@@ -72,6 +73,7 @@ private:
     QPointer<PickHomepath> m_picker;
     bool m_rootValid = true;
     quint64 m_uid = 0;
+    std::optional<quint64> m_storedUid; ///< what the settings say
     QStringList m_pendingPaths;
     QSet<QString> m_pendingSet; ///< the same paths, to find one without a walk
     bool m_reportArmed = false;

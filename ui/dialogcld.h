@@ -84,6 +84,7 @@ private:
     void greet(int runNumber);
     void createMenu();
     void createTray();
+    void setTrayIcon(const QString& resource);
     QAction* addAction(const QString& text, const char* slot);
 
     std::unique_ptr<ServerComm> m_server;
@@ -92,6 +93,7 @@ private:
     qtsparkle::Updater* m_updater = nullptr;
     SettingsPanel m_panel;
     QSystemTrayIcon* m_tray = nullptr;
+    QString m_trayIcon; ///< resource path of the icon it shows
     MyMenu* m_menu = nullptr;
     QAction* m_syncAction = nullptr;
     QAction* m_packageAction = nullptr;

@@ -100,7 +100,7 @@ void DialogCld::toggleAutoUpdate(bool on)
 void DialogCld::disableSync()
 {
     const bool stop = m_syncAction->text() == tr("Stop sync");
-    m_tray->setIcon(QIcon(stop ? QStringLiteral(":/offline36.png") : QStringLiteral(":/online36.png")));
+    setTrayIcon(stop ? QStringLiteral(":/offline36.png") : QStringLiteral(":/online36.png"));
     m_syncAction->setText(stop ? tr("Continue sync") : tr("Stop sync"));
     m_server->setSyncEnabled(!stop);
 }

@@ -27,11 +27,20 @@ void DialogCld::createTray()
 {
     m_tray = new QSystemTrayIcon(this);
     m_tray->setContextMenu(m_menu);
-    m_tray->setIcon(QIcon(QStringLiteral(":/omri36.png")));
+    setTrayIcon(QStringLiteral(":/omri36.png"));
     m_tray->setVisible(true);
     m_tray->setToolTip(trayTitle());
     connect(m_tray, SIGNAL(activated(QSystemTrayIcon::ActivationReason)), this,
             SLOT(trayActivated(QSystemTrayIcon::ActivationReason)));
+}
+
+/// A busy engine reports again and again, and an icon takes long to load.
+void DialogCld::setTrayIcon(const QString& resource)
+{
+    if (m_trayIcon == resource)
+        return;
+    m_trayIcon = resource;
+    m_tray->setIcon(QIcon(resource));
 }
 
 void DialogCld::srvStateChange()
@@ -43,7 +52,7 @@ void DialogCld::srvStateChange()
     if (const auto view = panelView(state.netState, accountKnown, m_loginAttempts, QCoreApplication::applicationName()))
         m_panel.show(*view);
     if (const auto status = trayStatus(state, trayTitle())) {
-        m_tray->setIcon(QIcon(status->icon));
+        setTrayIcon(status->icon);
         m_tray->setToolTip(status->toolTip);
     }
 }

@@ -56,13 +56,14 @@ PanelView offline(bool accountKnown, const QString& heading)
 std::optional<PanelView> panelView(const QString& netState, bool accountKnown, int attempts,
                                    const QString& applicationName)
 {
-    const QString accountHeading =
-        bold(applicationName + QLatin1Char(' ') + QCoreApplication::translate("DialogCld", "account"));
+    const auto accountHeading = [&applicationName] {
+        return bold(applicationName + QLatin1Char(' ') + QCoreApplication::translate("DialogCld", "account"));
+    };
     if (netState == QLatin1String("ok"))
         return loggedIn();
     if (netState == QLatin1String("logout"))
-        return loggedOut(accountKnown, attempts, accountHeading);
+        return loggedOut(accountKnown, attempts, accountHeading());
     if (netState == QLatin1String("offline"))
-        return offline(accountKnown, accountHeading);
+        return offline(accountKnown, accountHeading());
     return std::nullopt;
 }
