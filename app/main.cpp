@@ -10,6 +10,8 @@
 #include <QStandardPaths>
 #include <QTranslator>
 
+#include <limits>
+
 namespace
 {
 
@@ -38,6 +40,8 @@ void releaseAbandoned(QSharedMemory& lock)
 int main(int argc, char* argv[])
 {
     prepareProcess();
+    // Qt would look at the network's interfaces every ten seconds; nobody asks for what it sees.
+    qputenv("QT_BEARER_POLL_TIMEOUT", QByteArray::number(std::numeric_limits<int>::max()));
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QApplication application(argc, argv);

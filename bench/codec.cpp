@@ -138,7 +138,7 @@ void require(bool condition, const char* what)
 
 void measure(bench::Table& table, const Text& text)
 {
-    constexpr double seconds = 5;
+    constexpr double seconds = 3;
     const QByteArray& bytes = text.bytes;
     const QString unicode = QString::fromUtf8(bytes);
     const QVariant tree = Json::parse(unicode);

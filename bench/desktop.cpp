@@ -14,7 +14,8 @@ namespace
 {
 
 constexpr int starts = 20;
-constexpr int settleTime = 20000; // ms
+constexpr int settleTime = 20000; // ms, until memory is looked at
+constexpr int calmTime = 25000;   // ms more, until the last of the threads that helped to start are gone
 
 /// The tray that the programs come into; it is asked when it saw what.
 class TrayHost final
@@ -57,6 +58,7 @@ struct Program
     QString name;
     QString path;
     QVector<double> startTimes;
+    bench::Cost settled;
     bench::Cost before;
     bench::Cost after;
 
@@ -112,6 +114,9 @@ void measureIdle(std::vector<Program>& programs, int duration)
     }
     bench::pause(settleTime);
     for (size_t i = 0; i < programs.size(); ++i)
+        programs[i].settled = bench::costOf(processes[i]->processId());
+    bench::pause(calmTime);
+    for (size_t i = 0; i < programs.size(); ++i)
         programs[i].before = bench::costOf(processes[i]->processId());
     bench::pause(duration);
     for (size_t i = 0; i < programs.size(); ++i)
@@ -138,7 +143,7 @@ Program signedInClient(TrayHost& host)
     constexpr int firstStarts = 3;
     constexpr int time = 3000; // ms, until the engine has said who is signed in
     bench::installTalker(1);
-    const Program client{QStringLiteral("Orvel Storage"), QStringLiteral(ORVEL_BENCH_ORVEL), {}, {}, {}};
+    const Program client{QStringLiteral("Orvel Storage"), QStringLiteral(ORVEL_BENCH_ORVEL), {}, {}, {}, {}};
     for (int i = 0; i < firstStarts; ++i) {
         QProcess process;
         start(process, client);
@@ -155,10 +160,10 @@ void bench::desktop(Table& table)
 {
     constexpr int idleTime = 120000; // ms
     TrayHost host;
-    std::vector<Program> programs = {signedInClient(host),
-                                     {QStringLiteral("smallest"), QStringLiteral(ORVEL_BENCH_SMALLEST), {}, {}, {}}};
+    std::vector<Program> programs = {
+        signedInClient(host), {QStringLiteral("smallest"), QStringLiteral(ORVEL_BENCH_SMALLEST), {}, {}, {}, {}}};
     measureStarts(host, programs, "dock");
-    const QDateTime idleSince = QDateTime::currentDateTime().addMSecs(settleTime);
+    const QDateTime idleSince = QDateTime::currentDateTime().addMSecs(settleTime + calmTime);
     measureIdle(programs, idleTime);
 
     const Program& ours = programs[0];
@@ -166,7 +171,7 @@ void bench::desktop(Table& table)
     const QString reference = QStringLiteral("the smallest program with a tray icon");
     table.within(QStringLiteral("start, until the tray icon is set"), reference, median(ours.startTimes),
                  median(smallest.startTimes), QStringLiteral("s"), 1.25);
-    table.within(QStringLiteral("memory (PSS) after 20 s"), reference, ours.before.pss, smallest.before.pss,
+    table.within(QStringLiteral("memory (PSS) after 20 s"), reference, ours.settled.pss, smallest.settled.pss,
                  QStringLiteral("MiB"), 1.2);
     table.within(QStringLiteral("wake-ups in 2 minutes idle"), reference,
                  static_cast<double>(ours.after.wakeUps - ours.before.wakeUps),
@@ -183,7 +188,7 @@ void bench::others(Table& table)
     for (const char* name : {"qbittorrent", "keepassxc", "syncthingtray", "seafile-applet", "owncloud"}) {
         const QString path = QStandardPaths::findExecutable(QLatin1String(name));
         if (!path.isEmpty())
-            programs.push_back({QLatin1String(name), path, {}, {}, {}});
+            programs.push_back({QLatin1String(name), path, {}, {}, {}, {}});
     }
     measureStarts(host, programs, "map");
     measureIdle(programs, idleTime);
@@ -194,9 +199,9 @@ void bench::others(Table& table)
         const QString mebibytes = QStringLiteral("MiB");
         table.within(QStringLiteral("start, until the first window"), other.name, median(ours.startTimes),
                      median(other.startTimes), QStringLiteral("s"), 1);
-        table.within(QStringLiteral("memory (PSS) after 20 s"), other.name, ours.before.pss, other.before.pss,
+        table.within(QStringLiteral("memory (PSS) after 20 s"), other.name, ours.settled.pss, other.settled.pss,
                      mebibytes, 1);
-        table.within(QStringLiteral("memory (USS) after 20 s"), other.name, ours.before.uss, other.before.uss,
+        table.within(QStringLiteral("memory (USS) after 20 s"), other.name, ours.settled.uss, other.settled.uss,
                      mebibytes, 1);
         table.within(QStringLiteral("wake-ups, idle"), other.name, ours.wakeUps(seconds), other.wakeUps(seconds),
                      QStringLiteral("a second"), 1);

@@ -10,8 +10,7 @@ source tools/common.sh
 build=$(cd "$1" && pwd)
 result=$(cd "$(dirname "$2")" && pwd)/$(basename "$2")
 shift 2
-home=$build/bench-home
-rm -rf "$home"
+home=$(mktemp -d)
 in_trial_home "$home"
 rm -f "$result"
 

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
@@ -53,7 +54,7 @@ void Table::add(const QString& work, const QString& reference, double ours, doub
     m_rows << QVariantMap{
         {QStringLiteral("work"), work}, {QStringLiteral("reference"), reference},
         {QStringLiteral("ours"), ours}, {QStringLiteral("theirs"), theirs},
-        {QStringLiteral("unit"), unit}, {QStringLiteral("ratio"), ratio},
+        {QStringLiteral("unit"), unit}, {QStringLiteral("ratio"), std::isfinite(ratio) ? QVariant(ratio) : QVariant()},
         {QStringLiteral("goal"), goal}, {QStringLiteral("met"), goal.isEmpty() ? QVariant() : QVariant(met)}};
     std::fprintf(stderr, "  %s: %.3g to %.3g of %s\n", qPrintable(work), ours, theirs, qPrintable(reference));
 }
@@ -104,10 +105,11 @@ bool Table::print(const QString& path)
         };
         const QVariant met = row.value(QStringLiteral("met"));
         missed += met.isValid() && !met.toBool() ? 1 : 0;
-        std::printf("| %s | %s | %s | %s | %.3g | %s | %s |\n", qPrintable(text("work")), qPrintable(amount("ours")),
+        const QVariant ratio = row.value(QStringLiteral("ratio"));
+        std::printf("| %s | %s | %s | %s | %s | %s | %s |\n", qPrintable(text("work")), qPrintable(amount("ours")),
                     qPrintable(text("reference")), qPrintable(amount("theirs")),
-                    row.value(QStringLiteral("ratio")).toDouble(), qPrintable(text("goal")),
-                    met.isValid() ? (met.toBool() ? "met" : "**missed**") : "");
+                    ratio.isValid() ? qPrintable(QString::number(ratio.toDouble(), 'g', 3)) : "",
+                    qPrintable(text("goal")), met.isValid() ? (met.toBool() ? "met" : "**missed**") : "");
     }
     std::printf("\n%d rows, %d missed\n", rows.size(), missed);
     return !rows.isEmpty();
