@@ -1,5 +1,6 @@
 #include "app/endrequest.h"
 #include "app/process.h"
+#include "app/userlock.h"
 #include "base/log.h"
 #include "ui/dialogcld.h"
 
@@ -51,10 +52,11 @@ int main(int argc, char* argv[])
     QCoreApplication::installTranslator(&translator);
     ORVEL_LOG << "Ran " << argv[0];
 
+    UserLock userLock;
     QSharedMemory lock;
     lock.setKey(QStringLiteral("kestakljuc"));
     releaseAbandoned(lock);
-    if (!lock.create(1, QSharedMemory::ReadWrite)) {
+    if (!userLock.take() || (!lock.create(1, QSharedMemory::ReadWrite) && !UserLock::isForeign(lock))) {
         ORVEL_LOG << "shared memory exists";
         return alreadyRunning;
     }
@@ -69,6 +71,7 @@ int main(int argc, char* argv[])
     const EndRequest endRequest;
     QObject::connect(&endRequest, SIGNAL(asked()), &application, SLOT(quit()));
     const int exitCode = QApplication::exec();
+    userLock.release();
     lock.detach(); // before the dialog goes: its end may wait for the engine, the next start need not
     return exitCode;
 }

@@ -1,5 +1,7 @@
 #include "engine/engineconfig.h"
 
+#include "json/json.h"
+
 #include <QDir>
 #include <QFileInfo>
 
@@ -134,6 +136,11 @@ QVariantMap EngineConfig::toMap(const Machine& machine) const
     if (!machine.music.isEmpty())
         map.insert(QStringLiteral("itunespath"), musicLibrary(withBackslashes(machine.music)));
     return map;
+}
+
+QByteArray EngineConfig::toJson(const Machine& machine) const
+{
+    return Json::serialize(toMap(machine)).replace('\0', "\\u0000");
 }
 
 QString EngineConfig::tmpdir(const Machine& machine) const

@@ -39,6 +39,8 @@ struct EngineConfig
 
     /// The object that is written to the file and posted to the engine.
     QVariantMap toMap(const Machine& machine) const;
+    /// The text of the file. It holds no zero byte, at which its reader would stop.
+    QByteArray toJson(const Machine& machine) const;
 
     /// The engine's temporary directory.
     QString tmpdir(const Machine& machine) const;

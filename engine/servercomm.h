@@ -70,6 +70,10 @@ public:
     /// Full path of "config.json".
     const QString& configPath() const;
 
+    /// What one read of the engine's messages does: each whole line in it is a message, and what is none is
+    /// skipped. The engine's own process needs no help; it is public for tests.
+    void takeOutput(const QByteArray& raw);
+
     /// The engine's state directory, absolute.
     const QString& stateDir() const;
     /// The installation directory, absolute.

@@ -34,7 +34,7 @@ void ServerComm::saveConfig(bool post)
 {
     ORVEL_LOG << "servercomm:"
               << "Save config " << base::text(post);
-    m_configBytes = Json::serialize(m_config.toMap(Machine::current()));
+    m_configBytes = m_config.toJson(Machine::current());
     ORVEL_LOG << "servercomm:"
               << "Saving cfg to " << m_configPath;
     privatefiles::write(m_configPath, m_configBytes);

@@ -37,7 +37,14 @@ QList<quint64> toIds(const QVariantList& list)
 
 void ServerComm::serverOutput()
 {
-    const QByteArray raw = m_process->readAllStandardError();
+    takeOutput(m_process->readAllStandardError());
+    const QByteArray standardOutput = m_process->readAllStandardOutput();
+    noteLastOutput(standardOutput);
+    ORVEL_LOG << "servercomm:" << standardOutput;
+}
+
+void ServerComm::takeOutput(const QByteArray& raw)
+{
     noteLastOutput(raw);
     // Up to the first zero byte. Each read is cut by itself: the engine writes every message whole.
     const QString text = QString::fromLatin1(raw.constData());
@@ -50,9 +57,6 @@ void ServerComm::serverOutput()
         if (ok && message.userType() == QMetaType::QVariantMap)
             handleMessage(message.toMap());
     }
-    const QByteArray standardOutput = m_process->readAllStandardOutput();
-    noteLastOutput(standardOutput);
-    ORVEL_LOG << "servercomm:" << standardOutput;
 }
 
 void ServerComm::handleMessage(const QVariantMap& message)

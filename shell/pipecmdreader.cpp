@@ -2,8 +2,10 @@
 
 #include "base/log.h"
 
+#include <QDir>
 #include <QLocalServer>
 #include <QLocalSocket>
+#include <QStandardPaths>
 #include <QStringList>
 
 namespace
@@ -12,19 +14,41 @@ namespace
 constexpr int dataTimeout = 1000;         // ms
 constexpr qint64 maximumMessage = 262144; // bytes; the longest path takes a quarter of it
 
-/// Whether somebody living listens there. A name that nobody answers may still be taken on Unix, by the
-/// socket that a killed client left behind.
-bool isServed(const QString& name)
+enum class Owner
+{
+    Nobody,
+    SameUser,
+    OtherUser
+};
+
+/// Whose the name is. One that nobody answers may still be there on Unix, as the socket that a killed client
+/// left behind.
+Owner ownerOf(const QString& name)
 {
     QLocalSocket socket;
     socket.connectToServer(name);
-    return socket.waitForConnected(dataTimeout) || (socket.error() != QLocalSocket::ServerNotFoundError &&
-                                                    socket.error() != QLocalSocket::ConnectionRefusedError);
+    if (socket.waitForConnected(dataTimeout))
+        return Owner::SameUser;
+    switch (socket.error()) {
+    case QLocalSocket::ServerNotFoundError:
+    case QLocalSocket::ConnectionRefusedError:
+        return Owner::Nobody;
+    case QLocalSocket::SocketAccessError:
+        return Owner::OtherUser;
+    default:
+        return Owner::SameUser;
+    }
 }
 
 bool listen(QLocalServer& server, const QString& name)
 {
-    if (isServed(name)) // asked first: a restricted server would take the name from the other one
+    // Asked first: a restricted server would take the name from the other one.
+    const Owner owner = ownerOf(name);
+    if (owner == Owner::OtherUser && QDir::isRelativePath(name)) {
+        // The directory of the sockets may be everybody's. This one is the user's own.
+        return listen(server, QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation) + u'/' + name);
+    }
+    if (owner != Owner::Nobody)
         return false;
     QLocalServer::removeServer(name);
     server.setSocketOptions(QLocalServer::UserAccessOption);
@@ -57,7 +81,7 @@ void PipeCmdReader::newConnection()
         return;
 
     constexpr int terminatorSize = 5;
-    QByteArray data = socket->readAll();
+    QByteArray data = socket->read(maximumMessage);
     data.append(terminatorSize, '\0'); // ends the text, also one with an odd number of bytes
     ORVEL_LOG << "Received " << data.size() << " bytes";
     const QString text = QString::fromUtf16(reinterpret_cast<const ushort*>(data.constData()));

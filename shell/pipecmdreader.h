@@ -9,10 +9,11 @@ class QLocalServer;
 
 /// Reads the commands of the file manager's shell extension from the local pipe "kestaextcommands".
 ///
-/// One message a connection, UTF-16 in the computer's byte order without a mark: a command word, "|", a
-/// path. Nothing is answered; what a command means is the receiver's business. A pipe that cannot be had
-/// is logged, and the reader then stays silent. GUI thread only; a connection that sends nothing blocks
-/// it for up to a second.
+/// Where another user of the computer has that name (on Linux, in the temporary directory), the pipe lies under
+/// the same name in the user's runtime directory. One message a connection, UTF-16 in the computer's byte order without
+/// a mark: a command word, "|", a path. Nothing is answered; what a command means is the receiver's business. A pipe
+/// that cannot be had is logged, and the reader then stays silent. GUI thread only; a connection that sends nothing
+/// blocks it for up to a second.
 class PipeCmdReader final : public QObject
 {
     Q_OBJECT

@@ -18,13 +18,14 @@ namespace
 constexpr int eventCheckInterval = 60000; // ms
 constexpr int eventCheckDelay = 5000;     // ms
 
-/// The same JSON with every character beyond ASCII as an escape: the roots file is read as Latin-1.
+/// The same JSON with every character beyond ASCII as an escape: the roots file is read as Latin-1, up to the
+/// first zero byte.
 QByteArray toAscii(const QByteArray& json)
 {
     QByteArray ascii;
-    const QString text = QString::fromUtf8(json);
+    const QString text = QString::fromUtf8(json.constData(), json.size()); // zero bytes included
     for (const QChar c : text) {
-        if (c.unicode() < 0x80)
+        if (c.unicode() != 0 && c.unicode() < 0x80)
             ascii += static_cast<char>(c.unicode());
         else
             ascii += "\\u" + QByteArray::number(c.unicode(), 16).rightJustified(4, '0');

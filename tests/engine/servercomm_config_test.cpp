@@ -112,6 +112,15 @@ private slots:
         QCOMPARE(m_server->config().port, 2000);
     }
 
+    void textWithAZeroCharacterIsKept()
+    {
+        const QString password = QStringLiteral("be") + QChar(0) + QStringLiteral("hind");
+        QCOMPARE(serverWith("{\"password\": \"be\\u0000hind\", \"port\": 4444}").config().password, password);
+        createServer(); // from what the first one wrote
+        QCOMPARE(m_server->config().password, password);
+        QCOMPARE(m_server->config().port, 4444);
+    }
+
     void saveIsPostedToTheRunningEngine()
     {
         runningServer().setHome(QStringLiteral("/new/home"), QStringLiteral("Folder"));

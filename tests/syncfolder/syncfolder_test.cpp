@@ -455,6 +455,16 @@ private slots:
         writeRoots({m_roots->path() + QStringLiteral("/gone")});
         createForAccount();
         const QByteArray before = readFile(rootsFile());
+    void pickedRootKeepsAZeroCharacter()
+    {
+        writeFile(rootsFile(), R"([ { "id" : "a\u0000b", "name" : "gone", "path" : "/nowhere" } ])");
+        createForAccount();
+        pick(makeRoot(QStringLiteral("New")));
+        const QVariantMap root = m_folder->readRoots().value(0).toMap();
+        QCOMPARE(root.value(QStringLiteral("id")).toString(), QStringLiteral("a") + QChar(0) + QStringLiteral("b"));
+        QCOMPARE(root.value(QStringLiteral("name")).toString(), QStringLiteral("New"));
+    }
+
         QFile open(rootsFile()); // keeps the old text in hand
         QVERIFY(open.open(QIODevice::ReadOnly));
         pick(makeRoot(QStringLiteral("New")));

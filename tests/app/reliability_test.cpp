@@ -1,0 +1,272 @@
+// What the client promises for its files and its starts when it is killed at any moment, as a program of its own.
+
+#include "tests/support/endclient.h"
+#include "tests/support/fakeengine.h"
+#include "tests/support/test.h"
+
+#include <QDir>
+#include <QElapsedTimer>
+#include <QLocalSocket>
+#include <QProcess>
+#include <QRandomGenerator>
+#include <QSharedMemory>
+#include <QThread>
+
+#include <memory>
+#include <vector>
+
+class ReliabilityTest final : public Test
+{
+    Q_OBJECT
+
+    std::unique_ptr<FakeEngine> m_engine;
+
+protected:
+    void setUp() override
+    {
+        m_engine = std::make_unique<FakeEngine>();
+    }
+
+    void tearDown() override
+    {
+        m_engine.reset();
+    }
+
+private:
+    /// How often, unless the environment asks for more.
+    static int times(const char* variable, int usual)
+    {
+        return qMax(usual, qEnvironmentVariableIntValue(variable));
+    }
+
+    std::unique_ptr<QProcess> start(const QString& program, const QStringList& arguments = QStringList()) const
+    {
+        auto process = std::make_unique<QProcess>();
+        process->setWorkingDirectory(m_engine->installDir());
+        process->start(program, arguments);
+        return process;
+    }
+
+    static bool ended(QProcess& process)
+    {
+        return QTest::qWaitFor([&] { return process.state() == QProcess::NotRunning; }, deadline());
+    }
+
+    static QString dataDirectory(const QString& program)
+    {
+        return testHome() + QStringLiteral("/data/") + program;
+    }
+
+    /// A random moment within @p longest microseconds.
+    static void waitAMoment(QRandomGenerator& random, int longest)
+    {
+        QThread::usleep(random.bounded(static_cast<quint32>(longest)));
+    }
+
+private slots:
+    void filesAreWholeWheneverTheClientIsKilledWhileItChangesThem()
+    {
+        const QString data = dataDirectory(QStringLiteral("filewriter"));
+        const QString config = data + QStringLiteral("/config.json");
+        const QString roots = data + QStringLiteral("/5.json");
+        const QByteArray first = R"([ { "id" : 7, "name" : "gone", "path" : "/nowhere" } ])";
+        m_engine->uninstall();
+        QByteArrayList configs;
+        QByteArrayList rootsFiles{first};
+        for (const char* count : {"1", "2"}) {
+            writeFile(roots, first);
+            const auto writer = start(QStringLiteral(ORVEL_FILEWRITER), {QLatin1String(count)});
+            QVERIFY(ended(*writer));
+            QCOMPARE(writer->exitCode(), 0);
+            configs << readFile(config);
+            rootsFiles << readFile(roots);
+        }
+        QVERIFY(configs.at(0).size() > 10000 && configs.at(0) != configs.at(1));
+        QVERIFY(rootsFiles.at(1).size() > 10000 && rootsFiles.at(1) != rootsFiles.at(2));
+        // At its start the writer has no home yet.
+        QDir(data).removeRecursively();
+        QVERIFY(ended(*start(QStringLiteral(ORVEL_FILEWRITER), {QStringLiteral("-1")})));
+        configs << readFile(config);
+        writeFile(roots, first);
+
+        QRandomGenerator random(QRandomGenerator::global()->generate());
+        const int kills = times("ORVEL_TEST_KILLS", 50);
+        for (int i = 0; i < kills; ++i) {
+            const auto writer = start(QStringLiteral(ORVEL_FILEWRITER), {QStringLiteral("0")});
+            QVERIFY(writer->waitForReadyRead(deadline()));
+            waitAMoment(random, 20000);
+            writer->kill();
+            QVERIFY(ended(*writer));
+            QVERIFY2(configs.contains(readFile(config)), readFile(config).left(200).constData());
+            QVERIFY2(rootsFiles.contains(readFile(roots)), readFile(roots).left(200).constData());
+        }
+        // What the killed ones left behind goes with the next start.
+        QVERIFY(ended(*start(QStringLiteral(ORVEL_FILEWRITER), {QStringLiteral("1")})));
+        QCOMPARE(QDir(data).entryList(QDir::Files | QDir::Hidden),
+                 (QStringList{QStringLiteral("5.json"), QStringLiteral("config.json")}));
+    }
+
+    void configurationIsWholeWheneverTheClientIsKilledAtItsStart()
+    {
+        const QString data = dataDirectory(QStringLiteral("orvel"));
+        const QString config = data + QStringLiteral("/config.json");
+        const QByteArray seed = "{\"port\": 4444, \"password\": \"" + QByteArray(20000, 'p') + "\"}";
+        writeFile(m_engine->installDir() + QStringLiteral("/config.json"), seed);
+        const auto whole = start(QStringLiteral(ORVEL_CLIENT));
+        EVENTUALLY(m_engine->input().endsWith("}\n"));
+        const QByteArray settled = readFile(config);
+        QVERIFY(settled.size() > 20000 && settled != seed);
+        whole->kill();
+        QVERIFY(ended(*whole));
+
+        QRandomGenerator random(QRandomGenerator::global()->generate());
+        const int kills = times("ORVEL_TEST_KILLS", 20);
+        int seeded = 0;
+        for (int i = 0; i < kills; ++i) {
+            if (i % 3 == 0)
+                QFile::remove(config); // a first start
+            else if (i % 3 == 1)
+                writeFile(config, seed); // one after an update
+            const bool fresh = i % 3 == 0;
+            QElapsedTimer clock;
+            clock.start();
+            const auto client = start(QStringLiteral(ORVEL_CLIENT));
+            QVERIFY(client->waitForStarted(deadline()));
+            waitAMoment(random, 250000);
+            client->kill();
+            QVERIFY(ended(*client));
+            const QByteArray content = readFile(config);
+            QVERIFY2((fresh && content.isNull()) || content == seed || content == settled,
+                     content.left(200).constData());
+            seeded += content == settled ? 1 : 0;
+        }
+        QVERIFY(seeded > 0);
+        EVENTUALLY(!m_engine->isConnected());
+        const int before = m_engine->starts().size();
+        const auto last = start(QStringLiteral(ORVEL_CLIENT));
+        EVENTUALLY(m_engine->starts().size() > before && m_engine->input().endsWith("}\n"));
+        const QStringList left = QDir(data).entryList(QDir::Files | QDir::Hidden);
+        QCOMPARE(left.filter(QStringLiteral("config.json")), QStringList{QStringLiteral("config.json")});
+        QCOMPARE(left.filter(QStringLiteral("qt_temp")), QStringList());
+        askToEnd(*last);
+        QVERIFY(ended(*last));
+    }
+
+    void fiftyStartsAtTheSameMomentGiveOneClient()
+    {
+        fiftyStarts(1);
+    }
+
+    void fiftyStartsAfterAKillGiveOneClient()
+    {
+        const auto killed = start(QStringLiteral(ORVEL_CLIENT));
+        EVENTUALLY(m_engine->input().endsWith("}\n"));
+        killed->kill();
+        QVERIFY(ended(*killed));
+        EVENTUALLY(!m_engine->isConnected());
+        fiftyStarts(2);
+    }
+
+    void startsAndPipeBehaveAfterTheTemporaryDirectoryWasCleaned()
+    {
+        const auto client = start(QStringLiteral(ORVEL_CLIENT));
+        EVENTUALLY(m_engine->input().endsWith("}\n"));
+        QDir temporary(QDir::tempPath());
+        const QStringList names = temporary.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
+        for (const QString& name : names) {
+            if (!name.startsWith(QLatin1String("fake-"))) // the test's own road to the engine
+                QFile::remove(temporary.filePath(name));
+        }
+        const auto second = start(QStringLiteral(ORVEL_CLIENT));
+        QVERIFY(ended(*second));
+        QCOMPARE(second->exitCode(), 1);
+        QVERIFY(second->readAllStandardError().endsWith("\nshared memory exists\n"));
+        // The client and its engine go on, and it ends as ever.
+        m_engine->say("{\"what\":\"networkstate\",\"state\":\"ok\",\"uid\":5}");
+        QByteArray output;
+        EVENTUALLY((output += client->readAllStandardError()).contains("maindlg: network state  ok"));
+        askToEnd(*client);
+        QVERIFY(ended(*client));
+        QCOMPARE(client->exitCode(), 0);
+
+        const auto next = start(QStringLiteral(ORVEL_CLIENT));
+        EVENTUALLY(m_engine->starts().size() == 2 && m_engine->input().endsWith("}\n"));
+        QLocalSocket shell;
+        shell.connectToServer(QStringLiteral("kestaextcommands"));
+        QVERIFY(shell.waitForConnected(deadline()));
+        shell.disconnectFromServer();
+        askToEnd(*next);
+        QVERIFY(ended(*next));
+    }
+
+    void clientEndsWithinThreeSecondsWhateverTheEngineDoes_data()
+    {
+        QTest::addColumn<QString>("habit");
+        for (const char* habit : {"floods", "does not read", "is silent", "keeps dying", "is not there"})
+            QTest::newRow(habit) << QString::fromLatin1(habit);
+    }
+    void clientEndsWithinThreeSecondsWhateverTheEngineDoes()
+    {
+        QFETCH(QString, habit);
+        if (habit == QLatin1String("is not there"))
+            m_engine->uninstall();
+        const auto client = start(QStringLiteral(ORVEL_CLIENT));
+        QByteArray output;
+        const auto says = [&](const char* line) {
+            return QTest::qWaitFor([&] { return (output += client->readAllStandardError()).contains(line); },
+                                   deadline());
+        };
+        if (habit == QLatin1String("is not there")) {
+            QVERIFY(says("Process start error  0"));
+        } else {
+            EVENTUALLY(m_engine->input().endsWith("}\n"));
+        }
+        if (habit == QLatin1String("floods")) {
+            m_engine->flood("{\"what\":\"networkstate\",\"state\":\"ok\",\"uid\":5}\n", 1000000);
+            QVERIFY(says("maindlg: network state  ok"));
+        } else if (habit == QLatin1String("does not read")) {
+            m_engine->stopReading();
+        } else if (habit == QLatin1String("keeps dying")) {
+            for (int death = 1; death <= 5; ++death) {
+                EVENTUALLY(m_engine->starts().size() == death && m_engine->input().endsWith("}\n"));
+                m_engine->crash();
+            }
+            QVERIFY(says("Engine keeps dying, next start in 1000 ms, exit code 9"));
+        }
+        QElapsedTimer clock;
+        clock.start();
+        askToEnd(*client);
+        QVERIFY(ended(*client));
+        QVERIFY2(clock.elapsed() < 3000, qPrintable(QString::number(clock.elapsed())));
+        QCOMPARE(client->exitCode(), 0);
+    }
+
+private:
+    void fiftyStarts(int engineStarts)
+    {
+        std::vector<std::unique_ptr<QProcess>> clients;
+        clients.reserve(50);
+        for (int i = 0; i < 50; ++i)
+            clients.push_back(start(QStringLiteral(ORVEL_CLIENT)));
+        const auto running = [&] {
+            int count = 0;
+            for (const auto& client : clients)
+                count += client->state() != QProcess::NotRunning ? 1 : 0;
+            return count;
+        };
+        EVENTUALLY(m_engine->starts().size() == engineStarts && m_engine->input().endsWith("}\n"));
+        QVERIFY(QTest::qWaitFor([&] { return running() == 1; }, 6 * deadline()));
+        for (const auto& client : clients) {
+            if (client->state() == QProcess::NotRunning) {
+                QCOMPARE(client->exitCode(), 1);
+                QVERIFY(client->readAllStandardError().endsWith("shared memory exists\n"));
+            }
+        }
+        m_engine->say("{\"what\":\"exit\"}");
+        QVERIFY(QTest::qWaitFor([&] { return running() == 0; }, deadline()));
+        QCOMPARE(m_engine->starts().size(), engineStarts);
+    }
+};
+
+QTEST_GUILESS_MAIN(ReliabilityTest)
+#include "reliability_test.moc"
