@@ -95,27 +95,31 @@ bool isNumberCharacter(char16_t c)
     return isDigit(c) || c == u'+' || c == u'-' || c == u'.' || c == u'e' || c == u'E';
 }
 
-/// The character that an escape letter stands for; 0 for a letter that stands for none.
-char16_t unescape(char16_t letter)
+using AsciiTable = std::array<char, 128>;
+
+/// For each ASCII character the letter of its escape; 0 for those that are written as they stand.
+constexpr AsciiTable escapeLetters()
 {
-    switch (letter) {
-    case quote:
-    case backslash:
-    case u'/':
-        return letter;
-    case u'b':
-        return u'\b';
-    case u'f':
-        return u'\f';
-    case u'n':
-        return u'\n';
-    case u'r':
-        return u'\r';
-    case u't':
-        return u'\t';
-    default:
-        return 0;
-    }
+    AsciiTable letters = {};
+    letters['"'] = '"';
+    letters['\\'] = '\\';
+    letters['\b'] = 'b';
+    letters['\f'] = 'f';
+    letters['\n'] = 'n';
+    letters['\r'] = 'r';
+    letters['\t'] = 't';
+    return letters;
+}
+
+/// For each escape letter the character that it stands for; 0 for letters that stand for none.
+constexpr AsciiTable escapedCharacters()
+{
+    AsciiTable characters = {};
+    for (std::size_t i = 0; i < characters.size(); ++i)
+        characters[static_cast<unsigned char>(escapeLetters()[i])] = static_cast<char>(i);
+    characters[0] = 0;
+    characters['/'] = '/'; // is read, but not written
+    return characters;
 }
 
 constexpr int hexLength = 4;
@@ -374,8 +378,8 @@ private:
             if (at == m_end)
                 return false;
             const char16_t letter = *at++;
-            if (const char16_t plain = unescape(letter)) {
-                m_text[size++] = plain;
+            if (letter < characters.size() && characters[letter] != 0) {
+                m_text[size++] = static_cast<char16_t>(characters[letter]);
             } else if (letter == u'u') {
                 if (m_end - at < hexLength)
                     return false;
@@ -411,6 +415,8 @@ private:
         return negative ? QVariant(run.toLongLong()) : QVariant(run.toULongLong());
     }
 
+    static constexpr AsciiTable characters = escapedCharacters();
+
     const char16_t* m_at;
     const char16_t* const m_end;
     const QVariant m_null;
@@ -418,20 +424,6 @@ private:
     std::vector<QString> m_knownKeys;
     std::vector<char16_t> m_text; ///< a string with escapes, while it is read
 };
-
-/// For each byte the letter of its escape, 0 for those that stand as they are.
-constexpr std::array<char, 128> escapeLetters()
-{
-    std::array<char, 128> letters = {};
-    letters['"'] = '"';
-    letters['\\'] = '\\';
-    letters['\b'] = 'b';
-    letters['\f'] = 'f';
-    letters['\n'] = 'n';
-    letters['\r'] = 'r';
-    letters['\t'] = 't';
-    return letters;
-}
 
 /// Writes values one after the other; false when one has no JSON form.
 class Writer final
@@ -631,7 +623,7 @@ private:
         return to;
     }
 
-    static constexpr std::array<char, 128> letters = escapeLetters();
+    static constexpr AsciiTable letters = escapeLetters();
 
     QByteArray m_text; ///< longer than what is written
     int m_size = 0;
