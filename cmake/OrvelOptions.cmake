@@ -26,6 +26,13 @@ target_compile_options(orvel_options INTERFACE
   $<$<BOOL:${ORVEL_WERROR}>:-Werror>
 )
 
+set(ORVEL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
+if(ORVEL_SANITIZE)
+  set(sanitize -fsanitize=${ORVEL_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  target_compile_options(orvel_options INTERFACE ${sanitize})
+  target_link_options(orvel_options INTERFACE ${sanitize})
+endif()
+
 # One folder, one library: its SOURCES, and under LINK what it stands on.
 function(orvel_add_library name)
   cmake_parse_arguments(arg "" "" "SOURCES;LINK" ${ARGN})

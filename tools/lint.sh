@@ -20,7 +20,7 @@ lint_tidy() {
 }
 
 lint_shell() {
-  shellcheck -x dev .ci/run tools/*.sh resources/*.sh packaging/*/*.sh packaging/linux/orvel.in tests/packaging/*.sh localengine/erl.exe
+  shellcheck -x dev .ci/run tools/*.sh fuzz/*.sh resources/*.sh packaging/*/*.sh packaging/linux/orvel.in tests/packaging/*.sh localengine/erl.exe
 }
 
 case ${1:-all} in
