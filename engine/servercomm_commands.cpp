@@ -5,7 +5,7 @@
 namespace
 {
 
-constexpr qint64 mostUnread = 32 * 1024 * 1024; // bytes
+constexpr qint64 mostUnread = 32LL * 1024 * 1024; // bytes
 
 } // namespace
 
