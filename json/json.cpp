@@ -6,6 +6,7 @@
 #include <array>
 #include <charconv>
 #include <cstring>
+#include <limits>
 #include <string_view>
 #include <vector>
 
@@ -537,10 +538,15 @@ private:
     }
 
     /// Where up to @p size bytes can be written now.
-    char* room(int size)
+    char* room(qint64 size)
     {
-        if (m_text.size() - m_size < size)
-            m_text.resize(std::max(2 * m_text.size(), m_size + size));
+        const qint64 needed = m_size + size;
+        if (m_text.size() < needed) {
+            constexpr qint64 mostBytes = std::numeric_limits<int>::max() / 2;
+            if (needed > mostBytes)
+                qBadAlloc();
+            m_text.resize(static_cast<int>(std::max(needed, std::min(2LL * m_text.size(), mostBytes))));
+        }
         return m_text.data() + m_size;
     }
 
@@ -572,7 +578,7 @@ private:
     {
         const char16_t* at = viewOf(text).data();
         const char16_t* const end = at + text.size();
-        constexpr int longestCharacter = 3; // bytes for each UTF-16 unit
+        constexpr qint64 longestCharacter = 3; // bytes for each UTF-16 unit
         char* const start = room(longestCharacter * text.size() + 2);
         char* to = start;
         *to++ = '"';
