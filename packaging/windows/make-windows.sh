@@ -1,7 +1,5 @@
 #!/usr/bin/env bash
-# Makes a fresh Windows for under-wine.sh: make-windows.sh DIRECTORY
-#
-# Its windows are drawn nowhere, so that no display is needed; ORVEL_WINE_DRAWS=yes makes one that draws.
+# Makes a fresh Windows for under-wine.sh, with one desktop of its own as on a real one: make-windows.sh DIRECTORY
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -9,10 +7,10 @@ rm -rf "$1"
 mkdir -p "$1"
 WINEPREFIX=$(cd "$1" && pwd)
 export WINEPREFIX
+explorer='HKCU\Software\Wine\Explorer'
 "$here/under-wine.sh" wineboot -i
-if [[ ${ORVEL_WINE_DRAWS:-} != yes ]]; then
-  "$here/under-wine.sh" reg add 'HKCU\Software\Wine\Drivers' /v Graphics /d null /f
-fi
+"$here/under-wine.sh" reg add "$explorer" /v Desktop /d Default /f
+"$here/under-wine.sh" reg add "$explorer\\Desktops" /v Default /d 1024x768 /f
 /usr/lib/wine/wineserver64 -w
 
 # The user's folders lead into this computer's home.

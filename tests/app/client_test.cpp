@@ -62,7 +62,7 @@ private:
     static QByteArray allOutput(QProcess& client)
     {
         QByteArray output = client.property("output").toByteArray();
-        output += client.readAllStandardError();
+        output += client.readAllStandardError().replace("\r\n", "\n");
         client.setProperty("output", output);
         return output;
     }
@@ -82,7 +82,8 @@ private slots:
         QVERIFY(ended(*second));
         QCOMPARE(second->exitStatus(), QProcess::NormalExit);
         QCOMPARE(second->exitCode(), 1);
-        QCOMPARE(second->readAllStandardError(), QByteArray("Ran  " ORVEL_CLIENT "\nshared memory exists\n"));
+        QCOMPARE(allOutput(*second), "Ran  " + QDir::toNativeSeparators(QStringLiteral(ORVEL_CLIENT)).toUtf8() +
+                                         "\nshared memory exists\n");
         QCOMPARE(second->readAllStandardOutput(), QByteArray());
         QCOMPARE(m_engine->starts().size(), 1);
         endByExitMessage(*first);

@@ -157,6 +157,9 @@ class TranslationTest final : public Test
 private slots:
     void everySourceTextIsTranslatedInAllItsForms()
     {
+#ifdef Q_OS_WIN
+        QSKIP("the program that reads the sources is not one of this system's");
+#endif
         QTranslator slovenian;
         QVERIFY(loadSlovenian(slovenian));
 
@@ -334,6 +337,9 @@ private slots:
 
     void folderDialogSaysNothingInEnglish()
     {
+#ifdef Q_OS_WIN
+        QSKIP("the system's own dialog is shown there");
+#endif
         QStringList english;
         {
             const Translation translation(English);

@@ -147,7 +147,11 @@ private slots:
         QVERIFY(open.open(QIODevice::ReadOnly));
         m_server->setHome(QStringLiteral("/x"), QStringLiteral("y"));
         m_server->saveConfig(false);
-#ifndef Q_OS_WIN
+#ifdef Q_OS_WIN
+        QCOMPARE(readFile(m_server->configPath()), before); // nobody replaces a file that is open here
+        open.close();
+        m_server->saveConfig(false);
+#else
         QCOMPARE(open.readAll(), before); // a file written in place would show the new text here
 #endif
         QVERIFY(readFile(m_server->configPath()) != before);

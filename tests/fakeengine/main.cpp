@@ -16,6 +16,7 @@
 #include <cstdlib>
 
 #ifdef Q_OS_WIN
+#include <fcntl.h>
 #include <io.h>
 #include <windows.h>
 #else
@@ -39,6 +40,12 @@ int writeBytes(int fd, const char* data, size_t size)
     return _write(fd, data, static_cast<unsigned>(size));
 }
 
+void openStreamsAsBytes()
+{
+    for (FILE* stream : {stdin, stdout, stderr})
+        _setmode(fileno(stream), _O_BINARY);
+}
+
 [[noreturn]] void die()
 {
     TerminateProcess(GetCurrentProcess(), 9);
@@ -53,6 +60,10 @@ ssize_t readBytes(int fd, char* data, size_t size)
 ssize_t writeBytes(int fd, const char* data, size_t size)
 {
     return write(fd, data, size);
+}
+
+void openStreamsAsBytes()
+{
 }
 
 [[noreturn]] void die()
@@ -203,6 +214,7 @@ private:
 
 int main(int argc, char* argv[])
 {
+    openStreamsAsBytes();
     const QCoreApplication application(argc, argv);
     FakeEngine engine;
     if (!engine.connectToTest())

@@ -42,6 +42,8 @@ class PlacementWinTest final : public Test
 protected:
     void setUp() override
     {
+        QCoreApplication::setOrganizationName(QStringLiteral("Velmora d.d."));
+        QSettings().clear();
         windowsShell() = {key, false};
         QSettings folders(key, QSettings::NativeFormat);
         folders.setValue(QStringLiteral("Startup"), folder("startup"));

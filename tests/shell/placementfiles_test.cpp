@@ -62,7 +62,9 @@ private slots:
         QTest::newRow("blank") << "/opt/a b" << QByteArray("/opt/a b") << QByteArray("/opt/a b");
         QTest::newRow("quote") << R"(/opt/"a")" << QByteArray(R"(/opt/\\"a\\")") << QByteArray(R"(/opt/"a")");
         QTest::newRow("dollar") << "/opt/$a`b" << QByteArray(R"(/opt/\\$a\\`b)") << QByteArray("/opt/$a`b");
+#ifndef Q_OS_WIN // where it separates
         QTest::newRow("backslash") << R"(/opt/a\b)" << QByteArray(R"(/opt/a\\\\b)") << QByteArray(R"(/opt/a\\b)");
+#endif
         QTest::newRow("field code") << "/opt/100%u" << QByteArray("/opt/100%%u") << QByteArray("/opt/100%u");
         QTest::newRow("not ASCII") << QStringLiteral("/opt/\u010D") << QByteArray("/opt/\xC4\x8D")
                                    << QByteArray("/opt/\xC4\x8D");

@@ -37,6 +37,8 @@ FakeEngine::FakeEngine()
 FakeEngine::~FakeEngine()
 {
     qunsetenv(fakeengine::socketVariable);
+    // The installation goes now, and a current directory cannot be removed everywhere.
+    QDir::setCurrent(QDir::rootPath());
 }
 
 void FakeEngine::install()
@@ -57,7 +59,9 @@ void FakeEngine::install()
 
 void FakeEngine::uninstall()
 {
-    QFile::remove(installDir() + programPath);
+    // A running program cannot be removed everywhere.
+    const QString gone = installDir() + QStringLiteral("/erlang/gone-");
+    QFile::rename(installDir() + programPath, gone + QUuid::createUuid().toString(QUuid::Id128));
 }
 
 QString FakeEngine::installDir() const

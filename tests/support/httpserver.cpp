@@ -161,6 +161,15 @@ qint64 HttpServer::endlessBytes() const
     return m_endlessBytes;
 }
 
+bool HttpServer::canBeSecure()
+{
+#ifdef Q_OS_WIN
+    return false;
+#else
+    return true;
+#endif
+}
+
 QSslConfiguration HttpServer::trusting()
 {
     QSslConfiguration configuration = QSslConfiguration::defaultConfiguration();

@@ -70,6 +70,8 @@ public:
 
     /// What a client needs to trust the certificate.
     static QSslConfiguration trusting();
+    /// Whether a server can have the certificate of the tests. Wine's TLS has no server side for it.
+    static bool canBeSecure();
 
 protected:
     void incomingConnection(qintptr descriptor) override;

@@ -15,19 +15,19 @@
 namespace
 {
 
-QString applicationIdOf(IShellLinkW& link)
+void readProperties(IShellLinkW& link, Shortcut& shortcut)
 {
-    QString id;
     IPropertyStore* properties = nullptr;
     if (FAILED(link.QueryInterface(IID_IPropertyStore, reinterpret_cast<void**>(&properties))))
-        return id;
+        return;
+    DWORD count = 0;
+    shortcut.hasProperties = SUCCEEDED(properties->GetCount(&count));
     PROPVARIANT value;
     PropVariantInit(&value);
     if (SUCCEEDED(properties->GetValue(PKEY_AppUserModel_ID, &value)) && value.vt == VT_LPWSTR)
-        id = QString::fromWCharArray(value.pwszVal);
+        shortcut.applicationId = QString::fromWCharArray(value.pwszVal);
     PropVariantClear(&value);
     properties->Release();
-    return id;
 }
 
 } // namespace
@@ -50,7 +50,7 @@ Shortcut readShortcut(const QString& path)
         shortcut.workingDirectory = QString::fromWCharArray(text.data());
         link->GetIconLocation(text.data(), MAX_PATH, &shortcut.iconIndex);
         shortcut.icon = QString::fromWCharArray(text.data());
-        shortcut.applicationId = applicationIdOf(*link);
+        readProperties(*link, shortcut);
     }
     if (file != nullptr)
         file->Release();

@@ -9,6 +9,7 @@ struct Shortcut
     QString workingDirectory;
     QString icon;
     int iconIndex = -1;
+    bool hasProperties = false; ///< whether this system keeps properties of a shortcut at all
     QString applicationId;
 };
 

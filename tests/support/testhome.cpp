@@ -24,7 +24,10 @@ public:
         qunsetenv("QT_LOGGING_RULES");
     }
 
-    ~TestHome() = default;
+    ~TestHome()
+    {
+        QDir::setCurrent(QDir::rootPath()); // a current directory cannot be removed everywhere
+    }
 
     QString path() const
     {

@@ -315,8 +315,13 @@ private slots:
         writeRoots({root});
         createForAccount();
         signIn(account);
-        writeFile(root + QStringLiteral("/file"), "x");
-        EVENTUALLY_EQUAL(m_batches, QStringList{root});
+        // Again and again, because the watch may begin after the first.
+        const auto reported = [&] {
+            writeFile(root + QStringLiteral("/file"), "x");
+            return !m_batches.isEmpty();
+        };
+        QVERIFY(QTest::qWaitFor(reported, deadline()));
+        QCOMPARE(m_batches.at(0), root);
     }
 
     void twoBatchesHalfASecondApartAreReportedOnceASecondAfterTheFirstTimer()
@@ -450,11 +455,6 @@ private slots:
     }
 #endif
 
-    void rootsFileIsReplacedInOneStep()
-    {
-        writeRoots({m_roots->path() + QStringLiteral("/gone")});
-        createForAccount();
-        const QByteArray before = readFile(rootsFile());
     void pickedRootKeepsAZeroCharacter()
     {
         writeFile(rootsFile(), R"([ { "id" : "a\u0000b", "name" : "gone", "path" : "/nowhere" } ])");
@@ -465,10 +465,19 @@ private slots:
         QCOMPARE(root.value(QStringLiteral("name")).toString(), QStringLiteral("New"));
     }
 
+    void rootsFileIsReplacedInOneStep()
+    {
+        writeRoots({m_roots->path() + QStringLiteral("/gone")});
+        createForAccount();
+        const QByteArray before = readFile(rootsFile());
         QFile open(rootsFile()); // keeps the old text in hand
         QVERIFY(open.open(QIODevice::ReadOnly));
         pick(makeRoot(QStringLiteral("New")));
-#ifndef Q_OS_WIN
+#ifdef Q_OS_WIN
+        QCOMPARE(readFile(rootsFile()), before); // nobody replaces a file that is open here
+        open.close();
+        pick(makeRoot(QStringLiteral("Newer")));
+#else
         QCOMPARE(open.readAll(), before);
 #endif
         QVERIFY(readFile(rootsFile()) != before);

@@ -5,6 +5,7 @@
 
 #include <QCoreApplication>
 
+#include <algorithm>
 #include <memory>
 
 /// A watcher with a receiver that keeps what is reported.
@@ -57,11 +58,18 @@ public:
     bool catchUp(const QString& directory)
     {
         static int number = 0;
-        const QString own = directory + QStringLiteral("/marker") + QString::number(++number);
+        constexpr int patience = 25;
+        QStringList markers;
+        int attempts = 0;
+        // Again, and now and then with a new one, should nobody have watched yet.
         return QTest::qWaitFor(
             [&] {
-                writeFile(own + QStringLiteral("/file"), {}); // again, should nobody have watched yet
-                return hasReported(own);
+                if (attempts++ % patience == 0)
+                    markers << directory + QStringLiteral("/marker") + QString::number(++number);
+                for (const QString& marker : markers)
+                    writeFile(marker + QStringLiteral("/file"), {});
+                return std::any_of(markers.cbegin(), markers.cend(),
+                                   [this](const QString& marker) { return hasReported(marker); });
             },
             deadline());
     }

@@ -198,7 +198,7 @@ private slots:
     void linkIsMadeAndRemembered()
     {
         create();
-        const QDir root = rootAt("Orvel 100% \"s\"");
+        const QDir root = rootAt("Orvel 100% 's'");
         report({root});
         QCOMPARE(linkedFolders(), QStringList{root.path()});
         QCOMPARE(storedLink(), linkTo(root));

@@ -246,6 +246,8 @@ private slots:
 
     void redirectToHttpsIsFollowed()
     {
+        if (!HttpServer::canBeSecure())
+            QSKIP("a server with a certificate of its own is not served by this system's TLS");
         HttpServer secure(HttpServer::Security::Tls);
         secure.serve(QStringLiteral("/end"), finalAnswer());
         m_server->redirect(QStringLiteral("/0"), secure.url(QStringLiteral("/end")).toEncoded());
@@ -262,6 +264,8 @@ private slots:
 
     void redirectToHttpsOfAServerThatNobodyTrustsFails()
     {
+        if (!HttpServer::canBeSecure())
+            QSKIP("a server with a certificate of its own is not served by this system's TLS");
         HttpServer secure(HttpServer::Security::Tls);
         secure.serve(QStringLiteral("/end"), finalAnswer());
         m_server->redirect(QStringLiteral("/0"), secure.url(QStringLiteral("/end")).toEncoded());
@@ -344,8 +348,10 @@ private slots:
         EVENTUALLY_EQUAL(finished.count(), 1);
         QVERIFY(follower.isTruncated());
         QCOMPARE(follower.takeBody().size(), static_cast<int>(FollowRedirects::maximumBody));
+#ifndef Q_OS_WIN // Wine tells a server late, or not at all, that its client has gone
         EVENTUALLY_EQUAL(m_server->openConnections(), 0);
         QVERIFY(m_server->endlessBytes() < 4 * FollowRedirects::maximumBody);
+#endif
     }
 
     void redirectWhoseOwnBodyNeverEndsIsFollowed()

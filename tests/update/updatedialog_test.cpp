@@ -330,8 +330,10 @@ private slots:
         m_server->serveEndless(QStringLiteral("/notes"), "text/plain", piece);
         show(m_server->url(QStringLiteral("/notes")).toString());
         EVENTUALLY_EQUAL(notes().toPlainText(), QStringLiteral("beginning"));
+#ifndef Q_OS_WIN // Wine tells a server late, or not at all, that its client has gone
         EVENTUALLY_EQUAL(m_server->openConnections(), 0);
         QVERIFY(m_server->endlessBytes() < 4 * qtsparkle::FollowRedirects::maximumBody);
+#endif
     }
 
     void notesThatLieOffTheWebAreNotFetched_data()

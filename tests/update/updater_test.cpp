@@ -466,6 +466,8 @@ private slots:
 
     void secureFeedIsReadAndItsUpdateShown()
     {
+        if (!HttpServer::canBeSecure())
+            QSKIP("a server with a certificate of its own is not served by this system's TLS");
         HttpServer secure(HttpServer::Security::Tls);
         HttpServer::Answer answer;
         answer.body = feed("2.0");
