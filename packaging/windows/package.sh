@@ -52,6 +52,7 @@ list_files() {
 }
 
 cmake --install "$build" --prefix "$stage" --component client --strip >/dev/null
+x86_64-w64-mingw32-strip --strip-unneeded "$stage"/lib*.dll # Debian's come with everything for a debugger
 copy_engine
 copy_licences
 list_files >"$work/files.nsh"
