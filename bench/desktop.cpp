@@ -15,7 +15,7 @@ namespace
 
 constexpr int starts = 20;
 constexpr int settleTime = 20000; // ms, until memory is looked at
-constexpr int calmTime = 25000;   // ms more, until the last of the threads that helped to start are gone
+constexpr int calmTime = 110000;  // ms more: for two minutes Qt keeps what the check for updates has opened
 
 /// The tray that the programs come into; it is asked when it saw what.
 class TrayHost final

@@ -8,9 +8,9 @@ int main(int argc, char* argv[])
 {
     const QApplication application(argc, argv);
     const QIcon icon(QStringLiteral(":/omri36.png"));
+    QSystemTrayIcon tray(icon); // first, as in the client
+    tray.show();
     QLabel window(QStringLiteral("Orvel Storage"));
     window.show();
-    QSystemTrayIcon tray(icon);
-    tray.show();
     return QApplication::exec();
 }
