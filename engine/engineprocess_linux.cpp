@@ -1,5 +1,6 @@
 #include "engine/engineprocess.h"
 
+#include <pthread.h>
 #include <sys/prctl.h>
 #include <unistd.h>
 
@@ -8,19 +9,38 @@
 namespace
 {
 
+/// The client while it forks its engine, otherwise 0.
+pid_t forkingClient = 0;
+
+/// A client that is killed cannot end its engine; the kernel does it instead. This runs first of all in the
+/// child: Qt's child then waits for a word from its parent, and would do so for ever if that one is gone,
+/// holding all that the client held.
+void endWithClient()
+{
+    if (forkingClient == 0)
+        return;
+    prctl(PR_SET_PDEATHSIG, SIGKILL);
+    if (getppid() != forkingClient) // it died before the line above
+        _exit(1);
+}
+
 class EngineProcess final : public QProcess
 {
-protected:
-    void setupChildProcess() override
+    Q_OBJECT
+
+public:
+    EngineProcess()
     {
-        // A client that is killed cannot end its engine; the kernel does it instead.
-        prctl(PR_SET_PDEATHSIG, SIGKILL);
-        if (getppid() != m_client) // it died before the line above
-            _exit(1);
+        static const int registered = pthread_atfork(nullptr, nullptr, endWithClient);
+        Q_UNUSED(registered)
+        connect(this, SIGNAL(stateChanged(QProcess::ProcessState)), this, SLOT(noteFork(QProcess::ProcessState)));
     }
 
-private:
-    const pid_t m_client = getpid();
+private slots:
+    void noteFork(QProcess::ProcessState state)
+    {
+        forkingClient = state == Starting ? getpid() : 0;
+    }
 };
 
 } // namespace
@@ -29,3 +49,5 @@ std::unique_ptr<QProcess> makeEngineProcess()
 {
     return std::make_unique<EngineProcess>();
 }
+
+#include "engineprocess_linux.moc"

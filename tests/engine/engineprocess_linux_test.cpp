@@ -1,0 +1,58 @@
+#include "engine/engineprocess.h"
+#include "tests/support/fakeengine.h"
+#include "tests/support/test.h"
+
+#include <poll.h>
+#include <pthread.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <csignal>
+
+namespace
+{
+
+void die()
+{
+    raise(SIGKILL);
+}
+
+/// What a client does that is killed while it starts its engine: right after the fork, before anything else.
+[[noreturn]] void startEngineAndDie(const QString& program)
+{
+    pthread_atfork(nullptr, die, nullptr);
+    makeEngineProcess()->start(program, QStringList());
+    _exit(1);
+}
+
+} // namespace
+
+class EngineProcessLinuxTest final : public Test
+{
+    Q_OBJECT
+
+private slots:
+    void clientKilledWhileItStartsTheEngineLeavesNobodyBehind()
+    {
+        const FakeEngine engine;
+        const QString program = engine.installDir() + QStringLiteral("/erlang/erts-9.0/bin/erl.exe");
+        std::array<int, 2> held = {}; // at its end once nobody holds the other side any more
+        QCOMPARE(pipe(held.data()), 0);
+        const pid_t client = fork();
+        if (client == 0)
+            startEngineAndDie(program);
+        close(held[1]);
+        int status = 0;
+        QCOMPARE(waitpid(client, &status, 0), client);
+        QVERIFY(WIFSIGNALED(status));
+
+        pollfd end = {held[0], POLLIN, 0};
+        QCOMPARE(poll(&end, 1, deadline()), 1);
+        QVERIFY((end.revents & POLLHUP) != 0);
+        close(held[0]);
+    }
+};
+
+QTEST_GUILESS_MAIN(EngineProcessLinuxTest)
+#include "engineprocess_linux_test.moc"
