@@ -22,7 +22,8 @@ int main(int argc, char* argv[])
         {QStringLiteral("codec"), bench::codec},       {QStringLiteral("event"), bench::engineEvent},
         {QStringLiteral("batching"), bench::batching}, {QStringLiteral("watching"), bench::watching},
         {QStringLiteral("flood"), bench::flood},       {QStringLiteral("pipe"), bench::pipe},
-        {QStringLiteral("desktop"), bench::desktop},   {QStringLiteral("others"), bench::others},
+        {QStringLiteral("start"), bench::start},       {QStringLiteral("idle"), bench::idle},
+        {QStringLiteral("others"), bench::others},
     };
     const auto found = topics.find(topic);
     if (found == topics.end()) {

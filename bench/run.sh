@@ -12,17 +12,37 @@ result=$(cd "$(dirname "$2")" && pwd)/$(basename "$2")
 shift 2
 scratch=$(mktemp -d)
 rm -f "$result"
+displays=()
+trap 'kill "${displays[@]}"; rm -rf "$scratch"' EXIT
+export LC_ALL=C.UTF-8 QT_QPA_PLATFORM=xcb
 
-exec {display_pipe}<> <(:)
-Xvfb -displayfd "$display_pipe" -screen 0 1024x768x24 -nolisten tcp -noreset >"$scratch/xvfb.log" 2>&1 &
-display=$!
-trap 'kill "$display"; rm -rf "$scratch"' EXIT
-read -rt 30 -u "$display_pipe" number || fail "No display"
-export DISPLAY=:$number LC_ALL=C.UTF-8 QT_QPA_PLATFORM=xcb
+start_display() {
+  local number
+  exec {display_pipe}<> <(:)
+  Xvfb -displayfd "$display_pipe" -screen 0 1024x768x24 -nolisten tcp -noreset >"$scratch/xvfb.log" 2>&1 &
+  displays+=($!)
+  read -rt 30 -u "$display_pipe" number || fail "No display"
+  export DISPLAY=:$number
+}
 
+measure() {
+  say "Measuring: $1"
+  in_trial_home "$scratch/$1"
+  dbus-run-session -- "$build/bench/orvel_bench" "$1" "$result"
+}
+
+# Programs that idle disturb nobody; only one client can run at a time.
+idle=
 for topic in "$@"; do
-  say "Measuring: $topic"
-  in_trial_home "$scratch/$topic"
-  dbus-run-session -- "$build/bench/orvel_bench" "$topic" "$result"
+  if [[ $topic == idle ]]; then
+    start_display
+    (trap - EXIT && measure idle) &
+    idle=$!
+    continue
+  fi
+  if [[ $topic == start && $idle ]]; then wait "$idle"; fi
+  start_display
+  measure "$topic"
 done
+if [[ $idle ]]; then wait "$idle"; fi
 QT_QPA_PLATFORM=offscreen "$build/bench/orvel_bench" table "$result"

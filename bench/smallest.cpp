@@ -1,4 +1,5 @@
-// The smallest program with a window and a tray icon: what the client is measured against.
+// The smallest program with a window and a tray icon: what the client is measured against. It sets the icon
+// first, as the client does, and with any argument when its window is shown.
 
 #include <QApplication>
 #include <QLabel>
@@ -8,9 +9,11 @@ int main(int argc, char* argv[])
 {
     const QApplication application(argc, argv);
     const QIcon icon(QStringLiteral(":/omri36.png"));
-    QSystemTrayIcon tray(icon); // first, as in the client
-    tray.show();
     QLabel window(QStringLiteral("Orvel Storage"));
+    if (argc > 1)
+        window.show();
+    QSystemTrayIcon tray(icon);
+    tray.show();
     window.show();
     return QApplication::exec();
 }

@@ -3,6 +3,7 @@
 #include "json/json.h"
 
 #include <QFile>
+#include <QLockFile>
 
 #include <algorithm>
 #include <chrono>
@@ -85,6 +86,9 @@ void Table::shown(const QString& work, const QString& reference, double ours, do
 
 bool Table::appendTo(const QString& path) const
 {
+    QLockFile lock(path + QStringLiteral(".lock"));
+    if (!lock.lock())
+        return false;
     const QVariantList rows = readRows(path) + m_rows;
     QFile file(path);
     return file.open(QIODevice::WriteOnly) && file.write(Json::serialize(rows)) > 0;

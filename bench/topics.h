@@ -12,7 +12,8 @@ void flood(Table& table);
 void pipe(Table& table);
 void watching(Table& table);
 /// The client and the smallest program with a tray icon.
-void desktop(Table& table);
+void start(Table& table);
+void idle(Table& table);
 /// The client and the packaged programs for the tray that are installed.
 void others(Table& table);
 
