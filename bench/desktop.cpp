@@ -7,6 +7,8 @@
 #include <QDirIterator>
 #include <QStandardPaths>
 
+#include <unistd.h>
+
 #include <memory>
 #include <vector>
 
@@ -74,6 +76,16 @@ QString smallestName()
     return QStringLiteral("the smallest program with a tray icon");
 }
 
+/// A group of its own: there are programs that end all of theirs.
+class GroupProcess final : public QProcess
+{
+protected:
+    void setupChildProcess() override
+    {
+        setsid();
+    }
+};
+
 void leave(QProcess& process)
 {
     constexpr int patience = 5000; // ms
@@ -93,7 +105,7 @@ double startTime(TrayHost& host, const Program& program, const QByteArray& word)
 {
     constexpr int calm = 300; // ms; what the program does next is not the next one's
     host.forget();
-    QProcess process;
+    GroupProcess process;
     const double begin = bench::wallTime();
     start(process, program);
     const double seconds = host.secondsOf(word) - begin;
@@ -115,7 +127,7 @@ void measureIdle(std::vector<Program>& programs, int duration)
 {
     std::vector<std::unique_ptr<QProcess>> processes;
     for (const Program& program : programs) {
-        processes.push_back(std::make_unique<QProcess>());
+        processes.push_back(std::make_unique<GroupProcess>());
         start(*processes.back(), program);
     }
     bench::pause(settleTime);
@@ -151,7 +163,7 @@ Program usedClient(TrayHost& host, bool signedIn)
     bench::installTalker(signedIn ? 1 : 0);
     const Program client{QStringLiteral("Orvel Storage"), QStringLiteral(ORVEL_BENCH_ORVEL), {}, {}, {}, {}, {}};
     for (int i = 0; i < firstStarts; ++i) {
-        QProcess process;
+        GroupProcess process;
         start(process, client);
         host.secondsOf("dock");
         bench::pause(time);
