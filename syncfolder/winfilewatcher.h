@@ -10,8 +10,9 @@
 ///
 /// Create and destroy it on the thread of its owner; it works on a thread of its own. A root that cannot be
 /// opened switches the whole watcher off: one log line names it, the remaining roots are left alone and no
-/// thread runs. Symbolic links beneath a root are not followed. Nothing is retried, no failure reaches the
-/// caller. What was missed (the system dropped notifications) is reported as the root it was missed in.
+/// thread runs. So do, on Windows, more than 63 roots. Symbolic links beneath a root are not followed. Nothing is
+/// retried, no failure reaches the caller. What was missed (the system dropped notifications) is reported as the root
+/// it was missed in.
 class WinFileWatcher final : public QThread
 {
     Q_OBJECT

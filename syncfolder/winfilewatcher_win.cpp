@@ -17,7 +17,8 @@ namespace
 {
 
 constexpr DWORD bufferSize = 16384;
-constexpr unsigned long stopTimeout = 5000; // ms
+constexpr int mostPaths = MAXIMUM_WAIT_OBJECTS - 1; // one waits for the stop
+constexpr unsigned long stopTimeout = 5000;         // ms
 
 /// Owns a kernel object; null is none.
 class Handle final
@@ -92,6 +93,14 @@ struct ChangeRecord
         // A failure means that this root is silent from now on.
         ReadDirectoryChangesW(directoryHandle.get(), change.buffer.data(), bufferSize, TRUE, namesAndWrites, nullptr,
                               &change.overlapped, nullptr);
+        // An earlier read that took a change since the buffer was zeroed: the start has reset its event.
+        if (reinterpret_cast<const FILE_NOTIFY_INFORMATION*>(change.buffer.data())->Action != 0)
+            SetEvent(event.get());
+    }
+    /// Whether a read has ended that was not waited for. To ask is to have waited for it.
+    bool takeEnd() const
+    {
+        return WaitForSingleObject(event.get(), 0) == WAIT_OBJECT_0;
     }
 
     Change change;
@@ -130,6 +139,10 @@ WinFileWatcher::WinFileWatcher(const QStringList& paths, QObject* parent)
     ORVEL_LOG << "Win file watcher paths: " << paths.join(QLatin1Char(' '));
     if (paths.isEmpty())
         return;
+    if (paths.size() > mostPaths) {
+        ORVEL_LOG << "Unable to watch more than " << mostPaths << " paths";
+        return;
+    }
     m_private->stop = Handle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     m_private->connected = Handle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     for (const QString& path : paths) {
@@ -172,12 +185,25 @@ void WinFileWatcher::connectNotify(const QMetaMethod& signal)
 
 void WinFileWatcher::run()
 {
+    const auto report = [this](const ChangeRecord& record) {
+        Change snapshot = record.change;
+        DWORD bytes = 0;
+        GetOverlappedResult(record.directoryHandle.get(), &snapshot.overlapped, &bytes, FALSE);
+        std::unique_ptr<QStringList> directories = changedDirectories(snapshot);
+        // Until somebody is connected a report would be lost.
+        const std::array<HANDLE, 2> ready = {m_private->stop.get(), m_private->connected.get()};
+        if (WaitForMultipleObjects(2, ready.data(), FALSE, INFINITE) != WAIT_OBJECT_0)
+            emit pathsChanged(directories.release());
+    };
+
     std::vector<HANDLE> handles;
     while (true) {
         handles.assign(1, m_private->stop.get());
         // Also those whose earlier read is still pending: deliberate, every pass arms every record.
         for (const auto& record : m_private->records) {
             handles.push_back(record->event.get());
+            if (record->takeEnd()) // while another one was reported; the next read would wipe it away
+                report(*record);
             record->read();
         }
         const DWORD count = static_cast<DWORD>(handles.size());
@@ -187,17 +213,7 @@ void WinFileWatcher::run()
             m_private->records.clear();
             return;
         }
-        if (result >= WAIT_OBJECT_0 + count) // also WAIT_FAILED
-            continue;
-
-        const ChangeRecord& record = *m_private->records[result - WAIT_OBJECT_0 - 1];
-        Change snapshot = record.change;
-        DWORD bytes = 0;
-        GetOverlappedResult(record.directoryHandle.get(), &snapshot.overlapped, &bytes, FALSE);
-        std::unique_ptr<QStringList> directories = changedDirectories(snapshot);
-        // Until somebody is connected a report would be lost.
-        const std::array<HANDLE, 2> ready = {m_private->stop.get(), m_private->connected.get()};
-        if (WaitForMultipleObjects(2, ready.data(), FALSE, INFINITE) != WAIT_OBJECT_0)
-            emit pathsChanged(directories.release());
+        if (result < WAIT_OBJECT_0 + count) // else the wait failed
+            report(*m_private->records[result - WAIT_OBJECT_0 - 1]);
     }
 }

@@ -4,6 +4,7 @@
 #include "tests/support/test.h"
 
 #include <QCoreApplication>
+#include <QDir>
 
 #include <algorithm>
 #include <memory>
@@ -15,7 +16,8 @@ class Watch final
 
 public:
     explicit Watch(const QStringList& roots)
-        : m_watcher(std::make_unique<WinFileWatcher>(roots, nullptr))
+        : m_roots(roots)
+        , m_watcher(std::make_unique<WinFileWatcher>(roots, nullptr))
     {
     }
     ~Watch()
@@ -64,6 +66,7 @@ public:
         // Again, and now and then with a new one, should nobody have watched yet.
         return QTest::qWaitFor(
             [&] {
+                open(directory);
                 if (attempts++ % patience == 0)
                     markers << directory + QStringLiteral("/marker") + QString::number(++number);
                 for (const QString& marker : markers)
@@ -75,6 +78,17 @@ public:
     }
 
 private:
+    /// Wine sees into an earlier directory only when that is opened while its parent is watched.
+    void open(const QString& directory) const
+    {
+        for (const QString& root : m_roots) {
+            for (int end = root.size(); end > 0 && directory.startsWith(root); end = directory.indexOf(u'/', end + 1))
+                (void)QDir(directory.left(end)).entryList();
+            (void)QDir(directory).entryList();
+        }
+    }
+
+    QStringList m_roots;
     QStringList m_reported;
     QObject m_receiver;
     std::unique_ptr<WinFileWatcher> m_watcher;
