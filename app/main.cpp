@@ -46,6 +46,8 @@ int main(int argc, char* argv[])
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QApplication application(argc, argv);
+    // On Windows, Qt would still take the one of its first dialogs.
+    QApplication::setFont(QApplication::font("QMessageBox"));
 
     QTranslator translator;
     loadTexts(translator);

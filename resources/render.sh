@@ -52,3 +52,6 @@ ico quota quota
 
 png watermark 420 300 watermark.png -alpha off
 png watermark 840 600 watermark@2x.png -alpha off
+
+# The installer reads nothing but this format.
+png installer 164 314 "BMP3:installer.bmp" -alpha off

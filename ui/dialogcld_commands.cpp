@@ -57,6 +57,8 @@ void DialogCld::createMenu()
     m_packageAction = addAction(QString(), SLOT(openBuy()));
     m_spaceAction = addAction(QString(), nullptr);
     m_spaceAction->setEnabled(false);
+    for (QAction* unknown : {m_packageAction, m_spaceAction})
+        unknown->setVisible(false); // until the engine tells
     m_menu->addSeparator();
     addAction(tr("Settings"), SLOT(menuShow()));
     addAction(tr("Guide"), SLOT(openGuide()));

@@ -67,6 +67,8 @@ void DialogCld::spaceUsedChanged()
     m_spaceAction->setText(QStringLiteral("%L1 GB ").arg(freeGibibytes, 0, 'g', freePrecision) + tr("free out of") +
                            QStringLiteral(" %1 GB").arg(state.quota >> gibibyteShift));
     m_packageAction->setText(QStringLiteral("%1 - ").arg(state.package) + tr("Change package"));
+    for (QAction* known : {m_packageAction, m_spaceAction})
+        known->setVisible(true);
 }
 
 void DialogCld::srvDied()

@@ -53,8 +53,8 @@ VIAddVersionKey /LANG=0 "LegalCopyright" "${PUBLISHER}"
 
 !define MUI_ICON "${RESOURCES}/orvel.ico"
 !define MUI_UNICON "${RESOURCES}/orvel.ico"
+!define MUI_WELCOMEFINISHPAGE_BITMAP "${RESOURCES}/installer.bmp"
 !define MUI_ABORTWARNING
-!define MUI_FINISHPAGE_NOAUTOCLOSE
 !define MUI_FINISHPAGE_RUN
 !define MUI_FINISHPAGE_RUN_FUNCTION startClient
 

@@ -293,6 +293,14 @@ private slots:
         QVERIFY(!m_dialog->panel().username->isEnabled());
     }
 
+    void spaceAndPackageAreNotShownBeforeTheyAreKnown()
+    {
+        create();
+        QVERIFY(!action(4)->isVisible());
+        QVERIFY(!action(5)->isVisible());
+        QVERIFY(action(3)->isVisible()); // a separator, and the one after them is not shown beside it
+    }
+
     void freeSpaceIsShownWithTwoDigits_data()
     {
         QTest::addColumn<quint64>("freeGibibytes10");
@@ -314,6 +322,7 @@ private slots:
         EVENTUALLY_EQUAL(action(5)->text(), text + QStringLiteral(" GB free out of 200 GB"));
         QCOMPARE(action(4)->text(), QStringLiteral("Family - Change package"));
         QVERIFY(!action(5)->isEnabled());
+        QVERIFY(action(4)->isVisible() && action(5)->isVisible());
         QVERIFY(
             log().contains(QStringLiteral("maindlg: space used changed free = %1 %2").arg(quota - space).arg(quota)));
     }
