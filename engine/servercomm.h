@@ -110,7 +110,8 @@ private:
     void seedConfig();
     void prepareEnvironment();
     void checkLocalAddress();
-    void noteLastOutput(const QByteArray& output);
+    void noteOutput(const QByteArray& output);
+    QString lastWords() const;
     void launchLater(int exitCode);
     void handleMessage(const QVariantMap& message);
     void send(const QVariantMap& command);
@@ -125,7 +126,7 @@ private:
     QElapsedTimer m_clock; ///< of m_deaths
     QBasicTimer m_launchWait;
     double m_launchWaitFactor = 1;
-    QByteArray m_lastOutput; ///< the beginning of the engine's last line
+    QByteArray m_lastOutput; ///< the last read with more than blanks
     QString m_loginPassword; ///< the last one sent; only to keep it out of the log
     QString m_rootDir;
     QString m_stateDir;

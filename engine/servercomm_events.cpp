@@ -4,24 +4,32 @@
 
 #include <QCoreApplication>
 
+#include <cstring>
+
 namespace
 {
 
 constexpr int exitCodeOfEngineExit = 1;
 
-/// Stores the member when the message has it, and leaves the target alone when not.
-void takeIfPresent(const QVariantMap& message, const QString& key, int& target)
+/// A member that the message lacks keeps its last value, but for the state.
+void takeNetworkState(const QVariantMap& message, EngineState& state)
 {
-    const auto found = message.constFind(key);
-    if (found != message.constEnd())
-        target = found->toInt();
-}
-
-void takeIfPresent(const QVariantMap& message, const QString& key, quint64& target)
-{
-    const auto found = message.constFind(key);
-    if (found != message.constEnd())
-        target = found->toULongLong();
+    state.netState.clear();
+    for (auto member = message.cbegin(); member != message.cend(); ++member) {
+        const QString& key = member.key();
+        if (key == QLatin1String("state"))
+            state.netState = member->toString();
+        else if (key == QLatin1String("uid"))
+            state.uid = member->toULongLong();
+        else if (key == QLatin1String("bps"))
+            state.bps = member->toInt();
+        else if (key == QLatin1String("uploads"))
+            state.uploads = member->toInt();
+        else if (key == QLatin1String("downloads"))
+            state.downloads = member->toInt();
+        else if (key == QLatin1String("timerem"))
+            state.timeRemaining = member->toInt();
+    }
 }
 
 QList<quint64> toIds(const QVariantList& list)
@@ -39,23 +47,25 @@ void ServerComm::serverOutput()
 {
     takeOutput(m_process->readAllStandardError());
     const QByteArray standardOutput = m_process->readAllStandardOutput();
-    noteLastOutput(standardOutput);
+    noteOutput(standardOutput);
     ORVEL_LOG << "servercomm:" << standardOutput;
 }
 
 void ServerComm::takeOutput(const QByteArray& raw)
 {
-    noteLastOutput(raw);
-    // Up to the first zero byte. Each read is cut by itself: the engine writes every message whole.
-    const QString text = QString::fromLatin1(raw.constData());
+    noteOutput(raw);
     ORVEL_LOG << "servercomm:"
               << "Raw stdout " << raw;
-    const QVector<QStringRef> lines = text.splitRef(QLatin1Char('\n'), Qt::SkipEmptyParts);
-    for (const QStringRef& line : lines) {
+    // Up to the first zero byte. Each read is cut by itself: the engine writes every message whole.
+    const char* const end = raw.constData() + qstrlen(raw.constData());
+    for (const char* line = raw.constData(); line < end;) {
+        const void* const lineFeed = std::memchr(line, '\n', static_cast<std::size_t>(end - line));
+        const char* const lineEnd = lineFeed != nullptr ? static_cast<const char*>(lineFeed) : end;
         bool ok = false;
-        const QVariant message = Json::parse(QString::fromRawData(line.unicode(), line.size()), ok);
+        const QVariant message = Json::parse(QString::fromLatin1(line, static_cast<int>(lineEnd - line)), ok);
         if (ok && message.userType() == QMetaType::QVariantMap)
-            handleMessage(message.toMap());
+            handleMessage(*static_cast<const QVariantMap*>(message.constData()));
+        line = lineEnd + 1;
     }
 }
 
@@ -75,12 +85,7 @@ void ServerComm::handleMessage(const QVariantMap& message)
         m_state.portTime = value("porttime").toInt();
         emit stateChanged();
     } else if (what == QLatin1String("networkstate")) {
-        m_state.netState = message.value(QStringLiteral("state")).toString();
-        takeIfPresent(message, QStringLiteral("uid"), m_state.uid);
-        takeIfPresent(message, QStringLiteral("bps"), m_state.bps);
-        takeIfPresent(message, QStringLiteral("uploads"), m_state.uploads);
-        takeIfPresent(message, QStringLiteral("downloads"), m_state.downloads);
-        takeIfPresent(message, QStringLiteral("timerem"), m_state.timeRemaining);
+        takeNetworkState(message, m_state);
         emit netStateChanged();
     } else if (what == QLatin1String("rootschanged")) {
         emit rootsChanged();

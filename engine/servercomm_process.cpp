@@ -12,6 +12,8 @@
 #include <QTimer>
 #include <QTimerEvent>
 
+#include <algorithm>
+
 namespace
 {
 
@@ -222,7 +224,7 @@ void ServerComm::launchLater(int exitCode)
         return;
     ORVEL_LOG << "servercomm:"
               << "Engine keeps dying, next start in" << qRound64(wait) << "ms, exit code" << exitCode
-              << "last output:" << QString::fromLatin1(m_lastOutput);
+              << "last output:" << lastWords();
     m_launchWait.start(static_cast<int>(wait), this);
 }
 
@@ -241,16 +243,23 @@ void ServerComm::setLaunchWaitFactor(double factor)
     m_launchWaitFactor = factor;
 }
 
-/// Keeps the beginning of the last line. An engine's last words may repeat what it was told.
-void ServerComm::noteLastOutput(const QByteArray& output)
+void ServerComm::noteOutput(const QByteArray& output)
 {
-    const QByteArray trimmed = output.trimmed();
-    if (trimmed.isEmpty())
-        return;
-    QByteArray line = trimmed.mid(trimmed.lastIndexOf('\n') + 1);
+    const auto isBlank = [](char c) {
+        return c == ' ' || (c >= '\t' && c <= '\r');
+    };
+    if (!std::all_of(output.cbegin(), output.cend(), isBlank))
+        m_lastOutput = output;
+}
+
+/// The beginning of the engine's last line, without what it may repeat of what it was told.
+QString ServerComm::lastWords() const
+{
+    const QByteArray output = m_lastOutput.trimmed();
+    QByteArray line = output.mid(output.lastIndexOf('\n') + 1);
     for (const QString& secret : {m_config.password, m_loginPassword}) {
         if (!secret.isEmpty())
             line.replace(secret.toUtf8(), "***");
     }
-    m_lastOutput = line.left(shownOutput);
+    return QString::fromLatin1(line.left(shownOutput));
 }

@@ -36,6 +36,12 @@ std::u16string_view viewOf(const QString& text)
     return {reinterpret_cast<const char16_t*>(text.constData()), static_cast<std::size_t>(text.size())};
 }
 
+/// The standard library's comparison goes character by character.
+bool isSame(std::u16string_view a, std::u16string_view b)
+{
+    return a.size() == b.size() && std::memcmp(a.data(), b.data(), a.size() * sizeof(char16_t)) == 0;
+}
+
 #ifdef __SSE2__
 int firstOf(unsigned found)
 {
@@ -148,7 +154,7 @@ public:
     explicit Reader(const QString& json)
         : m_at(viewOf(json).data())
         , m_end(m_at + json.size())
-        , m_knownKeys(json.size() < manyKeys ? 0 : knownKeys)
+        , m_knownKeys(knownKeys())
     {
     }
 
@@ -185,9 +191,15 @@ public:
     }
 
 private:
-    static constexpr int manyKeys = 1024; // characters, where keys may begin to repeat
-    static constexpr int knownKeys = 256; // a power of 2
-    static constexpr int longestKnown = 32;
+    static constexpr int longestKnown = 32; // characters
+
+    /// Keys repeat, in a text and from one to the next.
+    using KnownKeys = std::array<QString, 256>;
+    static KnownKeys& knownKeys()
+    {
+        thread_local KnownKeys keys;
+        return keys;
+    }
 
     void skipBlanks()
     {
@@ -228,7 +240,13 @@ private:
     bool readObject(QVariant& value, int depth)
     {
         QVariantMap map;
-        value = map; // what is left of it in case of failure
+        const bool success = readMembers(map, depth);
+        value = success ? map : QVariantMap();
+        return success;
+    }
+
+    bool readMembers(QVariantMap& map, int depth)
+    {
         ++m_at;
         const QString* greatest = nullptr;
         for (;;) {
@@ -236,7 +254,7 @@ private:
             if (!readSeparator(u'}', ended))
                 return false;
             if (ended)
-                break;
+                return true;
             const QString* key = readKey();
             if (key == nullptr)
                 return false;
@@ -251,27 +269,29 @@ private:
             if (!readValue(*member, depth))
                 return false;
         }
-        value = map;
-        return true;
     }
 
     bool readArray(QVariant& value, int depth)
     {
         QVariantList list;
-        value = list;
+        const bool success = readElements(list, depth);
+        value = success ? list : QVariantList();
+        return success;
+    }
+
+    bool readElements(QVariantList& list, int depth)
+    {
         ++m_at;
         for (;;) {
             bool ended = false;
             if (!readSeparator(u']', ended))
                 return false;
             if (ended)
-                break;
+                return true;
             list.append(m_null);
             if (!readValue(list.last(), depth))
                 return false;
         }
-        value = list;
-        return true;
     }
 
     /// Whether there is any token; which one does not matter where a key should be.
@@ -301,9 +321,9 @@ private:
         if (end != m_end && *end == quote) {
             m_at = end + 1;
             const std::u16string_view text(start, static_cast<std::size_t>(end - start));
-            if (!m_knownKeys.empty() && !text.empty() && text.size() <= longestKnown)
+            if (!text.empty() && text.size() <= longestKnown)
                 key = &knownKey(text);
-            if (key == &m_key || viewOf(*key) != text)
+            if (key == &m_key || !isSame(viewOf(*key), text))
                 *key = toQString(start, end - start);
         } else if (!readString(*key)) {
             return nullptr;
@@ -321,7 +341,7 @@ private:
         const std::size_t size = text.size();
         const std::size_t mixed = size * 31U + std::size_t(text.front()) * 7U + std::size_t(text[size / 2]) * 17U +
                                   std::size_t(text.back()) * 131U;
-        return m_knownKeys[(mixed ^ mixed >> 8U) % knownKeys];
+        return m_knownKeys[(mixed ^ mixed >> 8U) % m_knownKeys.size()];
     }
 
     /// The next quote or backslash, or the end.
@@ -354,42 +374,46 @@ private:
     bool readEscaped(QString& text)
     {
         const char16_t* at = m_at;
-        std::size_t size = 0;
+        char16_t* to = m_text.data();
+        const char16_t* roomEnd = to + m_text.size();
         for (;;) {
-            if (m_text.size() - size < blockSize)
+            if (roomEnd - to < blockSize) {
+                const std::ptrdiff_t size = to - m_text.data();
                 m_text.resize(2 * m_text.size() + 256);
-            char16_t* const to = m_text.data() + size;
+                to = m_text.data() + size;
+                roomEnd = m_text.data() + m_text.size();
+            }
             if (m_end - at >= blockSize) {
                 std::memcpy(to, at, blockSize * sizeof(char16_t));
                 const int plain = plainInBlock(at);
                 at += plain;
-                size += static_cast<std::size_t>(plain);
+                to += plain;
                 if (plain == blockSize)
                     continue;
-            }
-            if (at == m_end)
+            } else if (at == m_end) {
                 return false;
+            }
             const char16_t c = *at++;
             if (c == quote)
                 break;
             if (c != backslash) {
-                m_text[size++] = c;
+                *to++ = c;
                 continue;
             }
             if (at == m_end)
                 return false;
             const char16_t letter = *at++;
             if (letter < characters.size() && characters[letter] != 0) {
-                m_text[size++] = static_cast<char16_t>(characters[letter]);
+                *to++ = static_cast<char16_t>(characters[letter]);
             } else if (letter == u'u') {
                 if (m_end - at < hexLength)
                     return false;
-                m_text[size++] = fromHex(at);
+                *to++ = fromHex(at);
                 at += hexLength;
             }
         }
         m_at = at;
-        text = toQString(m_text.data(), static_cast<std::ptrdiff_t>(size));
+        text = toQString(m_text.data(), to - m_text.data());
         return true;
     }
 
@@ -422,7 +446,7 @@ private:
     const char16_t* const m_end;
     const QVariant m_null;
     QString m_key;
-    std::vector<QString> m_knownKeys;
+    KnownKeys& m_knownKeys;
     std::vector<char16_t> m_text; ///< a string with escapes, while it is read
 };
 

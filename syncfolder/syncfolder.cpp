@@ -175,14 +175,14 @@ void SyncFolder::extPathsChanged(QStringList* paths)
         m_reportAgain = true;
     } else {
         m_reportArmed = true;
-        QTimer::singleShot(reportDelay, this, SLOT(reportTimeout()));
+        QTimer::singleShot(reportDelay, Qt::PreciseTimer, this, SLOT(reportTimeout()));
     }
 }
 
 void SyncFolder::reportTimeout()
 {
     if (m_reportAgain) {
-        QTimer::singleShot(reportDelay, this, SLOT(reportTimeout()));
+        QTimer::singleShot(reportDelay, Qt::PreciseTimer, this, SLOT(reportTimeout()));
         // Not armed while this second timer runs: a change meanwhile starts a timer of its own.
         m_reportArmed = false;
         m_reportAgain = false;

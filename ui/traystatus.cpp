@@ -2,6 +2,8 @@
 
 #include <QCoreApplication>
 
+#include <tuple>
+
 namespace
 {
 
@@ -45,4 +47,12 @@ std::optional<TrayStatus> trayStatus(const EngineState& state, const QString& ti
         return TrayStatus{QStringLiteral(":/offline36.png"),
                           head + QCoreApplication::translate("DialogCld", "Internetna povezava je prekinjena")};
     return std::nullopt;
+}
+
+bool haveSameTrayStatus(const EngineState& a, const EngineState& b)
+{
+    const auto shown = [](const EngineState& state) {
+        return std::tie(state.netState, state.uploads, state.downloads, state.bps, state.timeRemaining);
+    };
+    return shown(a) == shown(b);
 }
