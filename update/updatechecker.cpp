@@ -50,8 +50,9 @@ void UpdateChecker::Check(const QUrl& url, bool manual)
         return;
     emit CheckStarted();
     if (m_network == nullptr) {
-        m_network = new QNetworkAccessManager(this);
-        m_network->setTransferTimeout(silenceTimeout); // a server that hangs is not waited for without end
+        m_ownNetwork = new QNetworkAccessManager(this);
+        m_ownNetwork->setTransferTimeout(silenceTimeout); // a server that hangs is not waited for without end
+        m_network = m_ownNetwork;
     }
     m_inProgress = true;
     m_manual = manual;
@@ -69,6 +70,7 @@ void UpdateChecker::Finished()
     if (redirects == nullptr)
         return;
     redirects->deleteLater();
+    releaseNetwork();
     m_inProgress = false;
     if (redirects->isTruncated()) {
         emit CheckFailed(QStringLiteral("The update feed is too large"));
@@ -94,7 +96,18 @@ void UpdateChecker::RedirectLimitReached()
 {
     if (auto* redirects = qobject_cast<FollowRedirects*>(sender()))
         redirects->deleteLater();
+    releaseNetwork();
     emit CheckFailed(QStringLiteral("Redirect limit reached"));
+}
+
+/// A checker may stay as long as the program, while a manager holds a thread and open connections.
+void UpdateChecker::releaseNetwork()
+{
+    if (!m_ownNetwork)
+        return;
+    m_ownNetwork->deleteLater(); // a result is still to be read from it
+    m_ownNetwork = nullptr;
+    m_network = nullptr;
 }
 
 } // namespace qtsparkle

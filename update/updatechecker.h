@@ -25,7 +25,7 @@ public:
     explicit UpdateChecker(QObject* parent);
     ~UpdateChecker() override;
 
-    /// Not owned; without one the checker makes its own.
+    /// Not owned; without one the checker makes its own for each check.
     void SetNetworkAccessManager(QNetworkAccessManager* network);
     /// The version of the running program.
     void SetVersion(const QString& version);
@@ -44,7 +44,10 @@ private slots:
     void RedirectLimitReached();
 
 private:
+    void releaseNetwork();
+
     QNetworkAccessManager* m_network = nullptr;
+    QNetworkAccessManager* m_ownNetwork = nullptr; ///< the same one while a check runs, if nobody gave one
     QString m_version;
     bool m_inProgress = false;
     bool m_manual = false;

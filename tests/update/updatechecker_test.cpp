@@ -418,6 +418,29 @@ private slots:
         QCOMPARE(own->transferTimeout(), 30000);
     }
 
+    // Its checker may live as long as the program, and a manager holds a thread and open connections.
+    void ownManagerGoesWhenTheCheckIsOver_data()
+    {
+        QTest::addColumn<QString>("target");
+        QTest::addColumn<QString>("end");
+        QTest::newRow("an answer") << feedTarget << QStringLiteral("up to date");
+        QTest::newRow("no feed") << QStringLiteral("/none") << QStringLiteral("failed: .*");
+        QTest::newRow("too many redirects")
+            << QStringLiteral("/loop") << QStringLiteral("failed: Redirect limit reached");
+    }
+    void ownManagerGoesWhenTheCheckIsOver()
+    {
+        QFETCH(QString, target);
+        QFETCH(QString, end);
+        m_server->serve(feedPath, answerOf(feedOf("1.0")));
+        m_server->serve(QStringLiteral("/none"), answerOf("none"));
+        m_server->redirect(QStringLiteral("/loop"), "/loop");
+        const QStringList events = check(Automatic, target);
+        QVERIFY2(QRegularExpression(QRegularExpression::anchoredPattern(end)).match(events.value(1)).hasMatch(),
+                 qPrintable(events.join(u' ')));
+        EVENTUALLY(m_checker->findChild<QObject*>() == nullptr);
+    }
+
     void injectedManagerIsUsedAndNotOwned()
     {
         QNetworkAccessManager manager;
