@@ -1,8 +1,6 @@
 #pragma once
 
-#include "engine/enginestate.h"
 #include "ui/settingspanel.h"
-#include "ui/traystatus.h"
 
 #include <QDialog>
 #include <QDir>
@@ -12,7 +10,6 @@
 #include <QSystemTrayIcon>
 
 #include <memory>
-#include <optional>
 
 class MyMenu;
 class PickRacun;
@@ -97,8 +94,6 @@ private:
     SettingsPanel m_panel;
     QSystemTrayIcon* m_tray = nullptr;
     QString m_trayIcon; ///< resource path of the icon it shows
-    EngineState m_trayState;
-    std::optional<TrayStatus> m_trayStatus; ///< of that state
     MyMenu* m_menu = nullptr;
     QAction* m_syncAction = nullptr;
     QAction* m_packageAction = nullptr;

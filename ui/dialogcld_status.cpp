@@ -34,7 +34,7 @@ void DialogCld::createTray()
             SLOT(trayActivated(QSystemTrayIcon::ActivationReason)));
 }
 
-/// An icon takes long to load.
+/// A busy engine reports again and again, and an icon takes long to load.
 void DialogCld::setTrayIcon(const QString& resource)
 {
     if (m_trayIcon == resource)
@@ -51,14 +51,9 @@ void DialogCld::srvStateChange()
     const bool accountKnown = m_syncFolder && m_syncFolder->uid() != 0;
     if (const auto view = panelView(state.netState, accountKnown, m_loginAttempts, QCoreApplication::applicationName()))
         m_panel.show(*view);
-    // A busy engine reports the same again and again, and its texts take longer than all the rest.
-    if (!haveSameTrayStatus(state, m_trayState)) {
-        m_trayState = state;
-        m_trayStatus = trayStatus(state, trayTitle());
-    }
-    if (m_trayStatus) {
-        setTrayIcon(m_trayStatus->icon);
-        m_tray->setToolTip(m_trayStatus->toolTip);
+    if (const auto status = trayStatus(state, trayTitle())) {
+        setTrayIcon(status->icon);
+        m_tray->setToolTip(status->toolTip);
     }
 }
 

@@ -2,57 +2,52 @@
 
 #include <QCoreApplication>
 
-#include <tuple>
-
 namespace
 {
 
 constexpr int bytesPerKilobyte = 1024;
 constexpr int secondsPerMinute = 60;
 
-QString transferLines(const EngineState& state)
+/// A busy engine reports again and again: hence one text that grows, and not many that are joined.
+void appendTransfer(QString& text, const EngineState& state)
 {
-    QString lines;
+    constexpr int expectedSize = 200;
+    text.reserve(expectedSize);
     if (state.uploads > 0) {
-        lines += QString::number(state.uploads) +
-                 QCoreApplication::translate("DialogCld", " files are uploading to the cloud", "", state.uploads) +
-                 QLatin1Char('\n');
+        text += QString::number(state.uploads);
+        text += QCoreApplication::translate("DialogCld", " files are uploading to the cloud", "", state.uploads);
+        text += QLatin1Char('\n');
     }
     if (state.downloads > 0) {
-        lines +=
-            QString::number(state.downloads) +
-            QCoreApplication::translate("DialogCld", " files are downloading from the cloud", "", state.downloads) +
-            QLatin1Char('\n');
+        text += QString::number(state.downloads);
+        text += QCoreApplication::translate("DialogCld", " files are downloading from the cloud", "", state.downloads);
+        text += QLatin1Char('\n');
     }
     if (state.bps > 0) {
-        lines += QStringLiteral("%1 kB/sec, ").arg(state.bps / bytesPerKilobyte) +
-                 QCoreApplication::translate("DialogCld", "time remaining %1 min")
-                     .arg(state.timeRemaining / secondsPerMinute);
+        text += QString::number(state.bps / bytesPerKilobyte);
+        text += QLatin1String(" kB/sec, ");
+        text += QCoreApplication::translate("DialogCld", "time remaining %1 min")
+                    .arg(state.timeRemaining / secondsPerMinute);
     }
-    return lines;
 }
 
 } // namespace
 
 std::optional<TrayStatus> trayStatus(const EngineState& state, const QString& title)
 {
-    const QString head = title + QLatin1Char('\n');
-    if (state.netState == QLatin1String("ok"))
-        return TrayStatus{QStringLiteral(":/online36.png"),
-                          head + QCoreApplication::translate("DialogCld", "Sync done")};
-    if (state.netState == QLatin1String("transferring"))
-        return TrayStatus{QStringLiteral(":/sync36.png"), head + transferLines(state)};
+    QString toolTip = title + QLatin1Char('\n');
+    if (state.netState == QLatin1String("ok")) {
+        toolTip += QCoreApplication::translate("DialogCld", "Sync done");
+        return TrayStatus{QStringLiteral(":/online36.png"), toolTip};
+    }
+    if (state.netState == QLatin1String("transferring")) {
+        appendTransfer(toolTip, state);
+        return TrayStatus{QStringLiteral(":/sync36.png"), toolTip};
+    }
     // Slovenian on purpose, as it always was: the source text of its translations.
-    if (state.netState == QLatin1String("offline") || state.netState == QLatin1String("logout"))
-        return TrayStatus{QStringLiteral(":/offline36.png"),
-                          head + QCoreApplication::translate("DialogCld", "Internetna povezava je prekinjena")};
+    if (state.netState == QLatin1String("offline") || state.netState == QLatin1String("logout")) {
+        toolTip += QCoreApplication::translate("DialogCld", "Internetna povezava je prekinjena");
+        return TrayStatus{QStringLiteral(":/offline36.png"), toolTip};
+    }
     return std::nullopt;
-}
-
-bool haveSameTrayStatus(const EngineState& a, const EngineState& b)
-{
-    const auto shown = [](const EngineState& state) {
-        return std::tie(state.netState, state.uploads, state.downloads, state.bps, state.timeRemaining);
-    };
-    return shown(a) == shown(b);
 }

@@ -15,6 +15,3 @@ struct TrayStatus
 
 /// The tray's status, or none when the state says nothing about it. @p title begins the tool tip.
 std::optional<TrayStatus> trayStatus(const EngineState& state, const QString& title);
-
-/// Whether the tray shows the same for both, under one title.
-bool haveSameTrayStatus(const EngineState& a, const EngineState& b);

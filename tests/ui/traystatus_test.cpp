@@ -68,19 +68,6 @@ private slots:
         QVERIFY(!trayStatus(named("updating"), title));
     }
 
-    void everyFigureOfATransferMakesAnotherStatus()
-    {
-        const EngineState state = transferring(3, 2, 4096, 150);
-        QVERIFY(haveSameTrayStatus(state, transferring(3, 2, 4096, 150)));
-        QVERIFY(!haveSameTrayStatus(state, transferring(4, 2, 4096, 150)));
-        QVERIFY(!haveSameTrayStatus(state, transferring(3, 3, 4096, 150)));
-        QVERIFY(!haveSameTrayStatus(state, transferring(3, 2, 4097, 150)));
-        QVERIFY(!haveSameTrayStatus(state, transferring(3, 2, 4096, 151)));
-        EngineState other = state;
-        other.netState = QStringLiteral("ok");
-        QVERIFY(!haveSameTrayStatus(state, other));
-    }
-
     void transferNamesEveryFigure()
     {
         QCOMPARE(trayStatus(transferring(3, 2, 4096, 150), title)->toolTip,
