@@ -222,11 +222,6 @@ QVariant toVariant(const simdjson::dom::element& element)
     }
 }
 
-} // namespace
-
-namespace foreign
-{
-
 QVariant rapidJson(const QByteArray& json)
 {
     RapidHandler handler;
@@ -251,4 +246,11 @@ QVariant nlohmannJson(const QByteArray& json)
     return handler.root();
 }
 
-} // namespace foreign
+} // namespace
+
+QVector<foreign::Parser> foreign::parsers()
+{
+    return {{QStringLiteral("RapidJSON"), rapidJson},
+            {QStringLiteral("simdjson"), simdJson},
+            {QStringLiteral("nlohmann-json"), nlohmannJson}};
+}

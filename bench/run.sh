@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Measures the client on a display and in a home of its own: run.sh BUILD_DIRECTORY RESULT TOPIC...
-# Writes the rows to RESULT and prints them.
+# Writes the rows to RESULT and prints them. With ORVEL_BENCH_WINDOWS, the directory of the programs for
+# Windows, these are measured, under Wine.
 set -euo pipefail
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -13,7 +14,7 @@ shift 2
 scratch=$(mktemp -d)
 rm -f "$result"
 displays=()
-trap 'kill "${displays[@]}"; rm -rf "$scratch"' EXIT
+trap 'kill "${displays[@]}"; wait; rm -rf "$scratch"' EXIT
 export LC_ALL=C.UTF-8 QT_QPA_PLATFORM=xcb
 
 start_display() {
@@ -25,13 +26,28 @@ start_display() {
   export DISPLAY=:$number
 }
 
+# The programs dock in the display's own tray, not in that of a desktop of Wine's.
+make_windows() {
+  ORVEL_BENCH_WINDOWS=$(cd "$ORVEL_BENCH_WINDOWS" && pwd)
+  export ORVEL_BENCH_WINDOWS ORVEL_BENCH_WINE=$PWD/packaging/windows/under-wine.sh WINEPREFIX=$scratch/windows
+  start_display
+  packaging/windows/make-windows.sh "$WINEPREFIX" >"$scratch/wine.log" 2>&1
+  QT_QPA_PLATFORM='' "$ORVEL_BENCH_WINE" reg delete 'HKCU\Software\Wine\Explorer' /f >>"$scratch/wine.log" 2>&1
+  /usr/lib/wine/wineserver64 -w # what is left of it belongs to this display
+}
+
 measure() {
   say "Measuring: $1"
+  if [[ ${ORVEL_BENCH_WINDOWS:-} && $1 != start-windows ]]; then
+    QT_QPA_PLATFORM=windows "$ORVEL_BENCH_WINE" "$ORVEL_BENCH_WINDOWS/orvel_bench.exe" "$1" "Z:$result"
+    return
+  fi
   in_trial_home "$scratch/$1"
   # What the session bus has to say is not ours.
   dbus-run-session -- "$build/bench/orvel_bench" "$1" "$result" 2> >(grep -v ^dbus-daemon >&2)
 }
 
+if [[ ${ORVEL_BENCH_WINDOWS:-} ]]; then make_windows; fi
 # Programs that idle disturb nobody; only one client can run at a time.
 idle=
 for topic in "$@"; do

@@ -1,0 +1,6 @@
+#include "bench/foreign.h"
+
+QVector<foreign::Parser> foreign::parsers()
+{
+    return {};
+}
