@@ -120,7 +120,6 @@ private:
     std::unique_ptr<QProcess> m_process;
     bool m_autostart = false;
     bool m_running = false;
-    bool m_polling = true;   ///< configTimeout() is still to come
     bool m_endAsked = false; ///< of the process that runs: its end is no death
     EngineDeaths m_deaths;
     QElapsedTimer m_clock; ///< of m_deaths

@@ -187,8 +187,7 @@ void ServerComm::serverStarted()
 
 void ServerComm::configTimeout()
 {
-    m_polling = !postConfig();
-    if (m_polling)
+    if (!postConfig())
         QTimer::singleShot(postRetryDelay, this, SLOT(configTimeout()));
 }
 
@@ -196,11 +195,6 @@ void ServerComm::srvError(QProcess::ProcessError error)
 {
     ORVEL_LOG << "servercomm:"
               << "Process start error " << static_cast<int>(error);
-    // One that vanished while it ran may be on its way back, as during an update.
-    if (error == QProcess::FailedToStart && !m_polling) {
-        m_polling = true;
-        QTimer::singleShot(postRetryDelay, this, SLOT(configTimeout()));
-    }
 }
 
 void ServerComm::srvFinished(int exitCode, QProcess::ExitStatus exitStatus)

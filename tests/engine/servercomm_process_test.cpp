@@ -189,14 +189,17 @@ private slots:
         EVENTUALLY(m_engine->isConnected());
     }
 
-    void engineThatVanishesWhileItRunsIsTriedAgainUntilItIsBack()
+    void engineThatVanishedWhileItRanIsStartedAgainBySwitchingSync()
     {
         startDying(0);
         EVENTUALLY_EQUAL(armedSingleShots(), 0);
         m_engine->uninstall();
         letDie(1);
         EVENTUALLY(logContains(QStringLiteral("servercomm: Process start error  0")));
+        QCOMPARE(armedSingleShots(), 0); // the polling has stopped for good
         m_engine->install();
+        m_server->toggleServer(false);
+        m_server->toggleServer(true);
         EVENTUALLY(m_engine->isConnected() && m_engine->starts().size() == 2);
         EVENTUALLY(m_engine->input().endsWith("}\n"));
     }
