@@ -149,6 +149,7 @@ private slots:
         m_server->saveConfig(false);
 #ifdef Q_OS_WIN
         QCOMPARE(readFile(m_server->configPath()), before); // nobody replaces a file that is open here
+        QCOMPARE(log().filter(QStringLiteral("Unable to write")).size(), 1);
         open.close();
         m_server->saveConfig(false);
 #else

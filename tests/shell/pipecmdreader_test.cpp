@@ -9,7 +9,14 @@
 #include <QRegularExpression>
 #include <QSignalSpy>
 
+#include <array>
 #include <memory>
+
+#ifdef Q_OS_WIN
+#include <windows.h>
+
+#include <aclapi.h>
+#endif
 
 namespace
 {
@@ -146,8 +153,8 @@ private slots:
         QRandomGenerator random(20);
         for (int message = 0; message < 200; ++message) {
             QByteArray bytes(random.bounded(1, 2000), '\0');
-            for (char& byte : bytes)
-                byte = static_cast<char>(random.bounded(256));
+            for (char& each : bytes)
+                each = static_cast<char>(random.bounded(256));
             clearLog();
             const auto sender = send(bytes);
             QVERIFY(sender);
@@ -164,7 +171,31 @@ private slots:
         EVENTUALLY_EQUAL(commands.count(), 1);
     }
 
-#ifndef Q_OS_WIN
+#ifdef Q_OS_WIN
+    void onlyTheUserMayConnect()
+    {
+        const HANDLE pipe = CreateFileW(L"\\\\.\\pipe\\kestaextcommands", READ_CONTROL | GENERIC_READ, 0, nullptr,
+                                        OPEN_EXISTING, 0, nullptr);
+        QVERIFY(pipe != INVALID_HANDLE_VALUE);
+        ACL* acl = nullptr;
+        PSECURITY_DESCRIPTOR descriptor = nullptr;
+        QCOMPARE(GetSecurityInfo(pipe, SE_KERNEL_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, &acl, nullptr,
+                                 &descriptor),
+                 DWORD(ERROR_SUCCESS));
+        CloseHandle(pipe);
+        QVERIFY(acl != nullptr); // none at all would let everybody in
+        QCOMPARE(int(acl->AceCount), 1);
+        ACCESS_ALLOWED_ACE* entry = nullptr;
+        QVERIFY(GetAce(acl, 0, reinterpret_cast<void**>(&entry)));
+        QCOMPARE(int(entry->Header.AceType), ACCESS_ALLOWED_ACE_TYPE);
+
+        std::array<char, 256> user = {};
+        DWORD size = 0;
+        QVERIFY(GetTokenInformation(GetCurrentProcessToken(), TokenUser, user.data(), user.size(), &size));
+        QVERIFY(EqualSid(&entry->SidStart, reinterpret_cast<TOKEN_USER*>(user.data())->User.Sid));
+        LocalFree(descriptor);
+    }
+#else
     void onlyTheUserMayConnect()
     {
         const QFileInfo socket(QDir::tempPath() + u'/' + pipeName);
