@@ -69,9 +69,8 @@ finish({ok, Hash}, #{from := From, seen := Seen, to := To, expect := Expect, tem
        Allowed) ->
     ok_or_error([fun() -> same_attributes(From, Temp) end,
                  fun() -> still({file, Seen}, From) end,
-                 fun() -> still(Expect, To) end,
                  fun() -> case Allowed() of true -> ok; false -> {error, root_changed} end end,
-                 fun() -> in_place(Temp, To) end],
+                 fun() -> in_place(Temp, To, Expect) end],
                 Hash).
 
 ok_or_error([Last], Hash) ->
@@ -101,12 +100,13 @@ still(Expect, Path) ->
         _ -> {error, changed}
     end.
 
-%% What stands under the name afterwards must be what was renamed there.
-in_place(Temp, To) ->
+%% What stands under the name afterwards must be what was put there.
+in_place(Temp, To, Expect) ->
     case engine_file:look(Temp) of
         {file, {Size, MTime, _, Inode}} ->
-            case file:rename(Temp, To) of
-                ok ->
+            case ok_or_error([fun() -> still(Expect, To) end,
+                              fun() -> put_there(Temp, To, Expect) end], none) of
+                {ok, _, _} ->
                     case engine_file:look(To) of
                         {file, {Size, MTime, _, Inode} = Sig} -> {ok, Sig};
                         _ -> {error, changed}
@@ -114,4 +114,20 @@ in_place(Temp, To) ->
                 {error, Reason} -> {error, Reason}
             end;
         _ -> {error, changed}
+    end.
+
+%% A link replaces nothing that somebody else has just put there.
+put_there(Temp, To, absent) ->
+    case file:make_link(Temp, To) of
+        ok -> _ = file:delete(Temp), {ok, linked};
+        {error, eexist} -> {error, changed};
+        %% Not every file system has links.
+        {error, _} -> renamed(Temp, To)
+    end;
+put_there(Temp, To, _) -> renamed(Temp, To).
+
+renamed(Temp, To) ->
+    case file:rename(Temp, To) of
+        ok -> {ok, renamed};
+        {error, Reason} -> {error, Reason}
     end.

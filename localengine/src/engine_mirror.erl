@@ -190,12 +190,13 @@ act({adopt, Path}, Mirror) -> adopt(Path, Mirror);
 act({copy, Side, Path} = Action, Mirror) -> copy(Side, Path, Action, Mirror).
 
 %% A deletion follows what the other side does not have; so that side must be
-%% there, with its marker, and must still not have it.
+%% there, with its marker, and must still not have it. What goes is looked at
+%% last: whoever works on it meanwhile would lose that.
 remove(Side, Path, Remove, Action, Mirror) ->
     Other = engine_plan:other(Side),
-    case now(Mirror, Side, Path) =:= entry(Mirror, Side, Path)
-        andalso now(Mirror, Other, Path) =:= entry(Mirror, Other, Path)
-        andalso roots_stand(Mirror) of
+    case now(Mirror, Other, Path) =:= entry(Mirror, Other, Path)
+        andalso roots_stand(Mirror)
+        andalso now(Mirror, Side, Path) =:= entry(Mirror, Side, Path) of
         false -> disturbed(Path, Mirror);
         true ->
             case Remove(absolute(Mirror, Side, Path)) of
@@ -266,7 +267,9 @@ renamed(Side, From, To, Mirror) ->
     Entry = now(Mirror, Side, To),
     Seen = set_entry(Side, To, Entry, Moved#{views := Views1}),
     case {engine_tree:get(To, maps:get(tree, Seen)), Entry} of
-        {#{} = Base, {_, Sig}} ->
+        {#{} = Base, {Kind, Sig}} ->
+            %% What changed in it just before was reported under its old name.
+            _ = Kind =:= dir andalso Side =:= local andalso (maps:get(report, Seen))({look_again, all}),
             #{Side := {_, Read}} = Base,
             change({put, To, Base#{Side := {Sig, Read}}}, Seen);
         _ -> disturbed(To, Seen)

@@ -251,6 +251,7 @@ first_folder(#{<<"syncfolders">> := [Name | _]}) when is_binary(Name), Name =/= 
 first_folder(_) -> <<"Orvel Storage">>.
 
 sync({state, Name, Figures}, State) -> tell_state(Name, Figures, State);
+sync(returned, State) -> tell(engine_events:roots_changed(), State);
 sync({space, Space}, #{accounts := Accounts, uid := Uid} = State) ->
     #{quota := Quota, package := Package} = engine_accounts:account(Accounts, Uid),
     tell(engine_events:space_used(Space, Quota, Package), State#{space := Space}).

@@ -2,8 +2,9 @@
 %% worker of their own, so that this process always answers; a pass is stopped
 %% by ending the worker, which loses nothing.
 %%
-%% The owner receives {sync, Pid, {state, State, Figures}} and
-%% {sync, Pid, {space, Bytes}}.
+%% The owner receives {sync, Pid, {state, State, Figures}},
+%% {sync, Pid, {space, Bytes}} and, when a side that was missing is there
+%% again, {sync, Pid, returned}.
 -module(engine_sync).
 
 -behaviour(gen_server).
@@ -23,6 +24,9 @@
 -define(POLL_MS, 2000).
 -define(RETRY_MS, 10000).
 -define(AGAIN_MS, 300).
+%% The local side is looked at in full this often, should a report of a change
+%% have been missed: before the client watches, or because it cannot.
+-define(FULL_LOOK_MS, 15000).
 %% A look or a save may take up to this share of the time.
 -define(REST_FACTOR, 20).
 
@@ -48,8 +52,10 @@ init({#{tree_file := File} = Options, Owner}) ->
                                       retry => ?RETRY_MS}, Options),
               owner => Owner, tree => engine_tree:load(File), unsaved => false,
               save_timer => none, worker => none, busy => false, dirty => all,
-              force_at => none, poll_timer => none,
-              enabled => maps:get(enabled, Options), state => none, space => none},
+              force_at => none, full_at => erlang:monotonic_time(millisecond),
+              poll_timer => none,
+              enabled => maps:get(enabled, Options), state => none, space => none,
+              missing => false},
     {ok, poll_in(0, State)}.
 
 handle_call({id_path, Path}, _, #{tree := Tree} = State) ->
@@ -82,14 +88,28 @@ terminate(_, State) ->
 %% ---- Passes ----------------------------------------------------------------
 
 add_dirty(_, #{dirty := all} = State) -> State;
-add_dirty(Dirs, #{dirty := Dirty} = State) -> State#{dirty := Dirs ++ Dirty}.
+add_dirty(all, State) -> State#{dirty := all};
+add_dirty(Dirs, #{dirty := Dirty} = State) ->
+    %% The client names the root, too, when it has missed what changed.
+    case lists:member(<<>>, Dirs) of
+        true -> State#{dirty := all};
+        false -> State#{dirty := Dirs ++ Dirty}
+    end.
 
 start_pass(#{worker := none} = State) -> start_pass(State#{worker := spawn_worker(State)});
-start_pass(#{worker := Worker, dirty := Dirty, force_at := ForceAt} = State) ->
+start_pass(#{worker := Worker, dirty := Dirty, full_at := FullAt, force_at := ForceAt} = State) ->
     Now = erlang:monotonic_time(millisecond),
     Force = ForceAt =/= none andalso Now >= ForceAt,
-    Worker ! {pass, Dirty, Force},
+    Look = case Now >= FullAt of
+               true -> all;
+               false -> Dirty
+           end,
+    Worker ! {pass, Look, Force},
     State#{busy := true, dirty := [],
+           full_at := case Look of
+                          all -> Now + ?FULL_LOOK_MS;
+                          _ -> FullAt
+                      end,
            force_at := case Force of true -> none; false -> ForceAt end}.
 
 spawn_worker(#{options := Options, tree := Tree}) ->
@@ -126,7 +146,8 @@ drain(Worker, State) ->
     end.
 
 report({tree, Delta}, State) -> change(Delta, State);
-report({look_again, Dir}, State) -> add_dirty([Dir], State);
+report({look_again, all}, State) -> add_dirty(all, State);
+report({look_again, Dir}, State) -> State#{dirty := again(Dir, maps:get(dirty, State))};
 report({failed, Action, Reason}, State) ->
     ?LOG_NOTICE("left for later: ~0tp: ~0tp", [Action, Reason]),
     State;
@@ -136,10 +157,16 @@ report({result, {blocked, Side}}, State) ->
         #{state := {offline, _}} -> ok;
         _ -> ?LOG_NOTICE("the ~s side is not there", [Side])
     end,
-    poll_in(poll_ms(State), tell_state(offline, idle(), State#{busy := false, dirty := all}));
+    poll_in(poll_ms(State),
+            tell_state(offline, idle(), State#{missing := true, busy := false, dirty := all}));
+report({result, {done, _}}, #{missing := true, owner := Owner} = State) ->
+    %% Whoever watched the missing side has lost it, and must find it again
+    %% before the next look.
+    Owner ! {sync, self(), returned},
+    poll_in(?AGAIN_MS, State#{missing := false, busy := false, dirty := all});
 report({result, {done, Result}}, State) ->
     #{space := Space, retry := Retry, again := Again, scan_ms := ScanMs} = Result,
-    Rested = tell_space(Space, plan_retry(Retry, State#{busy := false})),
+    Rested = tell_space(Space, plan_retry(Retry, rest(ScanMs, State#{busy := false}))),
     case {Again, Rested} of
         {true, _} -> poll_in(max(?AGAIN_MS, ScanMs), Rested);
         {false, #{dirty := []}} ->
@@ -148,6 +175,14 @@ report({result, {done, Result}}, State) ->
         %% Changes were reported meanwhile.
         {false, _} -> poll_in(0, Rested)
     end.
+
+again(_, all) -> all;
+again(Dir, Dirty) -> [Dir | Dirty].
+
+%% Large trees are looked at less often.
+rest(ScanMs, #{full_at := FullAt} = State) ->
+    Rested = erlang:monotonic_time(millisecond) + min(ScanMs * ?REST_FACTOR, 60000),
+    State#{full_at := max(FullAt, Rested)}.
 
 plan_retry(false, State) -> State#{force_at := none};
 plan_retry(true, #{force_at := none, options := #{retry := Retry}} = State) ->

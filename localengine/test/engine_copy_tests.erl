@@ -47,6 +47,15 @@ givesUpWithoutATrace_test_() ->
               enoent},
              {"target appeared", fun(Lab) -> write(Lab, "to", <<"theirs">>) end, <<"theirs">>}]].
 
+targetThatAppearsAtTheLastMomentIsKept_test() ->
+    lab(fun(Lab, Job) ->
+                Appears = fun() -> write(Lab, "to", <<"theirs">>), true end,
+                ?assertMatch({{error, changed}, _},
+                             engine_copy:copy(Job, unlimited, fun file:open/2,
+                                              fun(_, Acc) -> Acc end, 0, Appears)),
+                ?assertEqual(<<"theirs">>, read(in(Lab, "to")))
+        end).
+
 sourceThatIsGoneIsAnError_test() ->
     lab(fun(Lab, Job) ->
                 ok = file:delete(in(Lab, "from")),

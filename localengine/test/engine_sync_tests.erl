@@ -54,6 +54,55 @@ countsWhatIsLeftWhileCopying_test() ->
                 told(Sync, ok)
         end).
 
+%% Less than the time after which everything is looked at anyway.
+soon(What, Condition) -> engine_lab:wait(What, Condition, 8000).
+
+reportOfTheRootLooksEverywhere_test() ->
+    lab(#{}, fun(Sync, Lab) ->
+                     write(Lab, "local/d/f", <<"1">>),
+                     engine_sync:changed(Sync, [<<>>]),
+                     soon(copied, fun() -> read(in(Lab, "cloud/d/f")) =:= <<"1">> end),
+                     write(Lab, "local/d/g", <<"2">>),
+                     engine_sync:changed(Sync, [<<>>]),
+                     soon(found, fun() -> read(in(Lab, "cloud/d/g")) =:= <<"2">> end)
+             end).
+
+changeUnderTheOldNameOfARenamedDirectoryIsFound_test() ->
+    lab(#{}, fun(Sync, Lab) ->
+                     write(Lab, "cloud/d/f", <<"1">>),
+                     soon(copied, fun() -> read(in(Lab, "local/d/f")) =:= <<"1">> end),
+                     told(Sync, ok),
+                     write(Lab, "local/d/g", <<"2">>),
+                     ok = file:rename(in(Lab, "cloud/d"), in(Lab, "cloud/e")),
+                     soon(renamed, fun() -> read(in(Lab, "local/e/f")) =:= <<"1">> end),
+                     engine_sync:changed(Sync, [<<"d">>]),
+                     soon(found, fun() -> read(in(Lab, "cloud/e/g")) =:= <<"2">> end)
+             end).
+
+changeThatNobodyReportedIsFoundInTime_test_() ->
+    {timeout, 60,
+     fun() ->
+             lab(#{}, fun(Sync, Lab) ->
+                              write(Lab, "local/d/f", <<"1">>),
+                              told(Sync, ok),
+                              write(Lab, "local/d/g", <<"2">>),
+                              engine_lab:wait(found, fun() -> read(in(Lab, "cloud/d/g")) =:= <<"2">> end,
+                                              40000)
+                      end)
+     end}.
+
+returnOfAMissingSideIsTold_test() ->
+    lab(#{}, fun(Sync, Lab) ->
+                     told(Sync, ok),
+                     ok = file:rename(in(Lab, "local"), in(Lab, "away")),
+                     told(Sync, offline),
+                     write(Lab, "away/f", <<"1">>),
+                     ok = file:rename(in(Lab, "away"), in(Lab, "local")),
+                     receive {sync, Sync, returned} -> ok after 4000 -> error(not_told) end,
+                     told(Sync, ok),
+                     ?assertEqual(<<"1">>, read(in(Lab, "cloud/f")))
+             end).
+
 lockedFileIsTriedAgainByItself_test() ->
     Locks = ets:new(locks, [public]),
     ets:insert(Locks, {locked}),
