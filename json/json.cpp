@@ -613,28 +613,29 @@ private:
                 to += written;
                 if (written == blockSize)
                     continue;
-            } else if (*at < 0x80 && letters[*at] == 0) {
-                *to++ = static_cast<char>(*at++);
+            }
+            const char16_t c = *at;
+            if (c >= 0x80) {
+                to = writeBeyondAscii(to, at, end);
                 continue;
             }
-            to = writeSpecial(to, at, end);
+            ++at;
+            if (letters[c] != 0)
+                *to++ = '\\';
+            *to++ = letters[c] != 0 ? letters[c] : static_cast<char>(c);
         }
         *to++ = '"';
         m_size += static_cast<int>(to - start);
     }
 
-    /// One character: its escape or its UTF-8; a half of a surrogate pair becomes a question mark.
-    static char* writeSpecial(char* to, const char16_t*& at, const char16_t* end)
+    /// One character as UTF-8; a half of a surrogate pair becomes a question mark.
+    static char* writeBeyondAscii(char* to, const char16_t*& at, const char16_t* end)
     {
         const auto tail = [](uint character, uint shift) {
             return static_cast<char>(0x80U | (character >> shift & 0x3fU));
         };
         const char16_t c = *at++;
-        if (c < 0x80) {
-            if (letters[c] != 0)
-                *to++ = '\\';
-            *to++ = letters[c] != 0 ? letters[c] : static_cast<char>(c);
-        } else if (c < 0x800) {
+        if (c < 0x800) {
             *to++ = static_cast<char>(0xc0U | c >> 6U);
             *to++ = tail(c, 0);
         } else if (!QChar::isSurrogate(c)) {
