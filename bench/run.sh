@@ -33,11 +33,12 @@ make_windows() {
   start_display
   packaging/windows/make-windows.sh "$WINEPREFIX" >"$scratch/wine.log" 2>&1
   QT_QPA_PLATFORM='' "$ORVEL_BENCH_WINE" reg delete 'HKCU\Software\Wine\Explorer' /f >>"$scratch/wine.log" 2>&1
-  /usr/lib/wine/wineserver64 -w # what is left of it belongs to this display
 }
 
 measure() {
   say "Measuring: $1"
+  # What is left of an earlier program belongs to that one's display.
+  if [[ ${ORVEL_BENCH_WINDOWS:-} ]]; then /usr/lib/wine/wineserver64 -w; fi
   if [[ ${ORVEL_BENCH_WINDOWS:-} && $1 != start-windows ]]; then
     QT_QPA_PLATFORM=windows "$ORVEL_BENCH_WINE" "$ORVEL_BENCH_WINDOWS/orvel_bench.exe" "$1" "Z:$result"
     return

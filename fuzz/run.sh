@@ -3,7 +3,8 @@
 # What it finds to be new is kept in BUILD_DIRECTORY/corpus, what broke a promise in BUILD_DIRECTORY/broken.
 set -euo pipefail
 
-build=$1 seconds=$2
+build=$(cd "$1" && pwd) # the targets work in directories of their own
+seconds=$2
 shift 2
 targets=("$@")
 if ((!${#targets[@]})); then
