@@ -2,6 +2,7 @@
 
 #include "engine/servercomm.h"
 #include "syncfolder/syncfolder.h"
+#include "tests/app/localengine.h"
 #include "tests/support/test.h"
 #include "ui/dialogcld.h"
 #include "ui/pickracun.h"
@@ -10,11 +11,9 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
-#include <QProcess>
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSettings>
-#include <QTemporaryDir>
 
 #include <memory>
 
@@ -22,28 +21,20 @@ class LocalEngineTest final : public Test
 {
     Q_OBJECT
 
-    std::unique_ptr<QTemporaryDir> m_install;
+    std::unique_ptr<LocalEngine> m_engine;
     std::unique_ptr<DialogCld> m_dialog;
 
 protected:
     void setUp() override
     {
-        m_install = std::make_unique<QTemporaryDir>();
-        QProcess install;
-        install.setStandardOutputFile(QProcess::nullDevice());
-        install.start(QStringLiteral(ORVEL_CMAKE),
-                      {QStringLiteral("--install"), QStringLiteral(ORVEL_BUILD_DIR), QStringLiteral("--prefix"),
-                       m_install->path(), QStringLiteral("--component"), QStringLiteral("localengine")});
-        QVERIFY(install.waitForFinished(deadline()));
-        QCOMPARE(install.exitCode(), 0);
-        QDir::setCurrent(m_install->path());
-        qputenv("ORVEL_LOCAL_CLOUD", cloud().toUtf8());
+        m_engine = std::make_unique<LocalEngine>();
+        QDir::setCurrent(m_engine->installDir());
     }
 
     void tearDown() override
     {
         m_dialog.reset();
-        m_install.reset();
+        m_engine.reset();
         QSettings().clear();
         forgetNames();
     }
@@ -62,21 +53,6 @@ private:
         m_dialog = std::make_unique<DialogCld>();
         m_dialog->show();
         return *m_dialog;
-    }
-
-    static QString cloud()
-    {
-        return testHome() + QStringLiteral("/cloud");
-    }
-
-    static QString cloud(quint64 uid, const QString& path)
-    {
-        return cloud() + QStringLiteral("/%1/").arg(uid) + path;
-    }
-
-    static QString folder(const QString& path)
-    {
-        return testHome() + QStringLiteral("/Orvel Storage/") + path;
     }
 
     bool reaches(const char* state) const
@@ -106,17 +82,17 @@ private slots:
         QVERIFY(reaches("ok"));
         const quint64 uid = m_dialog->syncFolder().uid();
         QCOMPARE(uid, 1001ULL);
-        EVENTUALLY_EQUAL(m_dialog->panel().folderPath->text(), folder(QString()).chopped(1));
+        EVENTUALLY_EQUAL(m_dialog->panel().folderPath->text(), LocalEngine::folder());
         QVERIFY(m_dialog->tray().toolTip().endsWith(QStringLiteral("Sync done")));
         EVENTUALLY(!m_dialog->tray().contextMenu()->actions().value(5)->text().isEmpty());
 
         const QString name = QString::fromUtf8("Mapa \xc5\xa1\x65st/po\xc4\x8ditnice.txt");
-        writeFile(folder(name), "from here");
-        QVERIFY(holds(cloud(uid, name), "from here"));
-        writeFile(cloud(uid, QStringLiteral("there.txt")), "from there");
-        QVERIFY(holds(folder(QStringLiteral("there.txt")), "from there"));
-        QFile::remove(folder(name));
-        EVENTUALLY(!QFileInfo::exists(cloud(uid, name)));
+        writeFile(LocalEngine::folder(name), "from here");
+        QVERIFY(holds(LocalEngine::cloud(uid, name), "from here"));
+        writeFile(LocalEngine::cloud(uid, QStringLiteral("there.txt")), "from there");
+        QVERIFY(holds(LocalEngine::folder(QStringLiteral("there.txt")), "from there"));
+        QFile::remove(LocalEngine::folder(name));
+        EVENTUALLY(!QFileInfo::exists(LocalEngine::cloud(uid, name)));
     }
 
     void wrongPasswordIsSaid()
@@ -147,12 +123,12 @@ private slots:
         signIn("trial@orvel.example", "trial");
         QVERIFY(reaches("ok"));
         m_dialog.reset();
-        writeFile(folder(QStringLiteral("while-away.txt")), "x");
+        writeFile(LocalEngine::folder(QStringLiteral("while-away.txt")), "x");
         create();
         QVERIFY(reaches("ok"));
-        QVERIFY(holds(cloud(1001, QStringLiteral("while-away.txt")), "x"));
-        writeFile(folder(QStringLiteral("again.txt")), "y");
-        QVERIFY(holds(cloud(1001, QStringLiteral("again.txt")), "y"));
+        QVERIFY(holds(LocalEngine::cloud(1001, QStringLiteral("while-away.txt")), "x"));
+        writeFile(LocalEngine::folder(QStringLiteral("again.txt")), "y");
+        QVERIFY(holds(LocalEngine::cloud(1001, QStringLiteral("again.txt")), "y"));
     }
 
 private:

@@ -79,6 +79,11 @@ const QByteArray& FakeEngine::input() const
     return m_input;
 }
 
+void FakeEngine::forgetInput()
+{
+    m_input = QByteArray();
+}
+
 bool FakeEngine::isConnected() const
 {
     return m_latest && m_latest->state() == QLocalSocket::ConnectedState;

@@ -43,6 +43,7 @@ public:
     const QVector<Start>& starts() const;
     /// What the latest engine read from its standard input.
     const QByteArray& input() const;
+    void forgetInput();
     /// Whether the latest engine is there and listening.
     bool isConnected() const;
 

@@ -135,6 +135,11 @@ const QVector<HttpServer::Request>& HttpServer::requests() const
     return m_requests;
 }
 
+void HttpServer::forgetRequests()
+{
+    m_requests.clear();
+}
+
 QVector<QByteArray> HttpServer::targets() const
 {
     QVector<QByteArray> targets;

@@ -61,6 +61,7 @@ public:
 
     /// All requests so far, oldest first.
     const QVector<Request>& requests() const;
+    void forgetRequests();
     QVector<QByteArray> targets() const;
     /// How often @p path was asked for, whatever the query.
     int count(const QString& path) const;
