@@ -261,6 +261,7 @@ private:
                 ++now.objects[child->metaObject()->className()];
         }
         now.objects.remove("qtsparkle::UpdateChecker"); // each stays with its updater, and is small
+        now.objects.remove("QSingleShotTimer");         // those that have still to fire
         now.allocated = static_cast<qint64>(heap.uordblks) + static_cast<qint64>(heap.hblkhd);
         now.resident = residentBytes();
         return now;
