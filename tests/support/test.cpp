@@ -26,6 +26,7 @@ const QStringList platformNoise{
     QStringLiteral(
         "QObject::connect: No such signal QPlatformNativeInterface::systemTrayWindowChanged\\(QScreen\\*\\)"),
     QStringLiteral("QPixmap::fromWinHICON\\(\\), failed to GetIconInfo\\(\\).*"), // Wine has no icons for boxes
+    QStringLiteral("setGeometry: Unable to set geometry .*"), // Windows gives a window the size that it can have
     // What Windows says of a child that ends while something is written to it.
     QStringLiteral("QWindowsPipeWriter: asynchronous write failed\\..*"),
 };

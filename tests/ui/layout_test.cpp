@@ -10,6 +10,7 @@
 #include <QLineEdit>
 #include <QMenu>
 #include <QMessageBox>
+#include <QProgressBar>
 #include <QPushButton>
 #include <QSystemTrayIcon>
 #include <QWindow>
@@ -39,6 +40,8 @@ QSize needed(const QWidget& widget)
         return {label->minimumSizeHint().width(), label->heightForWidth(label->width())};
     if (label != nullptr || qobject_cast<const QAbstractButton*>(&widget) != nullptr)
         return widget.sizeHint();
+    if (qobject_cast<const QProgressBar*>(&widget) != nullptr)
+        return {}; // it says nothing
     if (qobject_cast<const QLineEdit*>(&widget) != nullptr)
         return {widget.sizeHint().width(), widget.minimumSizeHint().height()};
     return widget.minimumSizeHint();
