@@ -13,6 +13,7 @@ my (%digest_of, %contents_of, $source);
 
 sub digest {
     my ($file) = @_;
+    return '' if !-f $file; # the build still knows what has been removed since
     return $digest_of{$file} //= Digest::SHA->new(256)->addfile($file)->hexdigest;
 }
 
@@ -27,6 +28,6 @@ while (my $line = <STDIN>) {
     $contents_of{$source} .= digest($line);
 }
 for my $file (sort keys %contents_of) {
-    next if $file !~ s{^\Q$root\E/}{} || $file =~ m{^build/};
+    next if $file !~ s{^\Q$root\E/}{} || $file =~ m{^build/} || !-f $file;
     print sha256_hex($checks . $contents_of{"$root/$file"}), " $file\n";
 }
