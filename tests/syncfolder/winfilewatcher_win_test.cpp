@@ -6,9 +6,9 @@
 
 #include <algorithm>
 #include <cstring>
-#include <functional>
 #include <limits>
 #include <mutex>
+#include <optional>
 #include <vector>
 
 namespace
@@ -30,7 +30,7 @@ public:
     {
         const std::lock_guard lock(m_mutex);
         m_roots.clear();
-        m_beforeReset = nullptr;
+        m_duringStart.reset();
     }
 
     /// The number of reads that were asked for of the root with this number.
@@ -56,12 +56,7 @@ public:
     void endDuringStart(std::size_t starting, std::size_t root, const QString& name)
     {
         const std::lock_guard lock(m_mutex);
-        m_beforeReset = [this, starting, root, name](std::size_t started) {
-            if (started != starting)
-                return;
-            endLocked(root, success, name);
-            m_beforeReset = nullptr;
-        };
+        m_duringStart = DuringStart{starting, root, name};
     }
 
     bool start(HANDLE directory, void* buffer, OVERLAPPED* overlapped)
@@ -78,8 +73,11 @@ public:
             return false;
         root->buffer = buffer;
         root->overlapped = overlapped;
-        if (m_beforeReset)
-            m_beforeReset(static_cast<std::size_t>(root - m_roots.begin()));
+        if (m_duringStart && m_duringStart->starting == static_cast<std::size_t>(root - m_roots.begin())) {
+            const DuringStart read = *m_duringStart;
+            m_duringStart.reset();
+            endLocked(read.ending, success, read.name);
+        }
         ResetEvent(overlapped->hEvent);
         overlapped->Internal = pending;
         return true;
@@ -93,6 +91,13 @@ private:
         bool isRefused = false;
         void* buffer = nullptr;
         OVERLAPPED* overlapped = nullptr;
+    };
+
+    struct DuringStart
+    {
+        std::size_t starting;
+        std::size_t ending;
+        QString name;
     };
 
     void endLocked(std::size_t number, ULONG_PTR status, const QString& name)
@@ -110,7 +115,7 @@ private:
 
     mutable std::mutex m_mutex;
     std::vector<Root> m_roots;
-    std::function<void(std::size_t)> m_beforeReset;
+    std::optional<DuringStart> m_duringStart;
 };
 
 Reader& reader()
