@@ -1,3 +1,5 @@
+#include "bench/installation.h"
+
 #include "bench/process.h"
 
 #include <QDir>

@@ -1,3 +1,4 @@
+#include "bench/installation.h"
 #include "bench/process.h"
 #include "bench/table.h"
 #include "bench/topics.h"

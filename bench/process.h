@@ -29,9 +29,6 @@ void launch(QProcess& process, const QString& program, const QStringList& argume
 /// Kills it and waits for its end.
 void end(QProcess& process);
 
-/// An installation, in the current directory from now on, whose engine is the talker, which will say @p lines.
-void installTalker(int lines);
-
 [[noreturn]] void fail(const QString& reason);
 
 } // namespace bench
