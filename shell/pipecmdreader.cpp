@@ -1,11 +1,9 @@
 #include "shell/pipecmdreader.h"
 
 #include "base/log.h"
+#include "shell/pipeserver.h"
 
-#include <QDir>
-#include <QLocalServer>
 #include <QLocalSocket>
-#include <QStandardPaths>
 #include <QStringList>
 
 namespace
@@ -14,58 +12,15 @@ namespace
 constexpr int dataTimeout = 1000;         // ms
 constexpr qint64 maximumMessage = 262144; // bytes; the longest path takes a quarter of it
 
-enum class Owner
-{
-    Nobody,
-    SameUser,
-    OtherUser
-};
-
-/// Whose the name is. One that nobody answers may still be there on Unix, as the socket that a killed client
-/// left behind.
-Owner ownerOf(const QString& name)
-{
-    QLocalSocket socket;
-    socket.connectToServer(name);
-    if (socket.waitForConnected(dataTimeout))
-        return Owner::SameUser;
-    switch (socket.error()) {
-    case QLocalSocket::ServerNotFoundError:
-    case QLocalSocket::ConnectionRefusedError:
-        return Owner::Nobody;
-    case QLocalSocket::SocketAccessError:
-        return Owner::OtherUser;
-    default:
-        return Owner::SameUser;
-    }
-}
-
-bool listen(QLocalServer& server, const QString& name)
-{
-    // Asked first: a restricted server would take the name from the other one.
-    const Owner owner = ownerOf(name);
-    if (owner == Owner::OtherUser && QDir::isRelativePath(name)) {
-        // The directory of the sockets may be everybody's. This one is the user's own.
-        return listen(server, QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation) + u'/' + name);
-    }
-    if (owner != Owner::Nobody)
-        return false;
-    QLocalServer::removeServer(name);
-    server.setSocketOptions(QLocalServer::UserAccessOption);
-    return server.listen(name);
-}
-
 } // namespace
 
 PipeCmdReader::PipeCmdReader()
-    : m_server(std::make_unique<QLocalServer>())
+    : m_server(std::make_unique<PipeServer>(QStringLiteral("kestaextcommands")))
 {
-    if (listen(*m_server, QStringLiteral("kestaextcommands"))) {
+    if (m_server->isListening())
         connect(m_server.get(), SIGNAL(newConnection()), this, SLOT(newConnection()));
-    } else {
-        ORVEL_LOG << "Unable to listen on pipe";
+    else
         m_server.reset();
-    }
 }
 
 PipeCmdReader::~PipeCmdReader() = default;

@@ -5,15 +5,13 @@
 
 #include <memory>
 
-class QLocalServer;
+class PipeServer;
 
 /// Reads the commands of the file manager's shell extension from the local pipe "kestaextcommands".
 ///
-/// Where another user of the computer has that name (on Linux, in the temporary directory), the pipe lies under
-/// the same name in the user's runtime directory. One message a connection, UTF-16 in the computer's byte order without
-/// a mark: a command word, "|", a path. Nothing is answered; what a command means is the receiver's business. A pipe
-/// that cannot be had is logged, and the reader then stays silent. GUI thread only; a connection that sends nothing
-/// blocks it for up to a second.
+/// One message a connection, UTF-16 in the computer's byte order without a mark: a command word, "|", a path. Nothing
+/// is answered; what a command means is the receiver's business. A pipe that cannot be had leaves the reader silent.
+/// GUI thread only; a connection that sends nothing blocks it for up to a second.
 class PipeCmdReader final : public QObject
 {
     Q_OBJECT
@@ -30,5 +28,5 @@ private slots:
     void newConnection();
 
 private:
-    std::unique_ptr<QLocalServer> m_server;
+    std::unique_ptr<PipeServer> m_server;
 };

@@ -183,6 +183,12 @@ private slots:
             if (!name.startsWith(QLatin1String("fake-"))) // the test's own road to the engine
                 QFile::remove(temporary.filePath(name));
         }
+        const auto reachesPipe = [] {
+            QLocalSocket shell;
+            shell.connectToServer(QStringLiteral("kestaextcommands"));
+            return shell.waitForConnected(deadline());
+        };
+        EVENTUALLY(reachesPipe());
         const auto second = start(QStringLiteral(ORVEL_CLIENT));
         QVERIFY(ended(*second));
         QCOMPARE(second->exitCode(), 1);
@@ -197,10 +203,7 @@ private slots:
 
         const auto next = start(QStringLiteral(ORVEL_CLIENT));
         EVENTUALLY(m_engine->starts().size() == 2 && m_engine->input().endsWith("}\n"));
-        QLocalSocket shell;
-        shell.connectToServer(QStringLiteral("kestaextcommands"));
-        QVERIFY(shell.waitForConnected(deadline()));
-        shell.disconnectFromServer();
+        QVERIFY(reachesPipe());
         askToEnd(*next);
         QVERIFY(ended(*next));
     }

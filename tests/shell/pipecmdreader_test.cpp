@@ -222,6 +222,21 @@ private slots:
         const auto socket = send(utf16(QStringLiteral("website|")));
         EVENTUALLY_EQUAL(commands.count(), 1);
     }
+
+    void removedSocketIsMadeAnew()
+    {
+        const QSignalSpy commands(m_reader.get(), SIGNAL(Command(QString, QString)));
+        const QString path = QDir::tempPath() + u'/' + pipeName;
+        for (int time = 1; time <= 3; ++time) {
+            QVERIFY(QFile::remove(path));
+            EVENTUALLY(QFileInfo::exists(path));
+            const auto socket = send(utf16(QStringLiteral("website|")));
+            QVERIFY(socket);
+            EVENTUALLY_EQUAL(commands.count(), time);
+        }
+        onlyTheUserMayConnect();
+        QCOMPARE(log().count(QStringLiteral("Pipe was removed")), 3);
+    }
 #endif
 };
 
