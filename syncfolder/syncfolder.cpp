@@ -4,7 +4,6 @@
 #include "engine/privatefiles.h"
 #include "engine/servercomm.h"
 #include "syncfolder/pickhomepath.h"
-#include "syncfolder/winfilewatcher.h"
 #include "json/json.h"
 
 #include <QCoreApplication>
@@ -150,7 +149,7 @@ void SyncFolder::rootsChanged()
         dirs << dir;
     }
     destroyWatcher();
-    m_watcher = std::make_unique<WinFileWatcher>(paths, nullptr);
+    m_watcher.reset(new WinFileWatcher(paths, nullptr));
     connect(m_watcher.get(), SIGNAL(pathsChanged(QStringList*)), this, SLOT(extPathsChanged(QStringList*)));
     emit rootsChanged(dirs);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "syncfolder/winfilewatcher.h"
+
 #include <QDir>
 #include <QList>
 #include <QObject>
@@ -13,7 +15,6 @@
 
 class PickHomepath;
 class ServerComm;
-class WinFileWatcher;
 
 /// Knows where the account's sync folders ("roots") lie on disk.
 ///
@@ -80,5 +81,5 @@ private:
     bool m_reportAgain = false;
     qint64 m_lastChangeTime; ///< ms since the epoch
     QDir m_cacheDir;
-    std::unique_ptr<WinFileWatcher> m_watcher;
+    std::unique_ptr<WinFileWatcher, WinFileWatcher::Release> m_watcher;
 };

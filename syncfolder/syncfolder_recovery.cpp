@@ -3,7 +3,6 @@
 #include "engine/servercomm.h"
 #include "syncfolder/pickhomepath.h"
 #include "syncfolder/syncfolder.h"
-#include "syncfolder/winfilewatcher.h"
 #include "json/json.h"
 
 #include <QCoreApplication>

@@ -22,8 +22,15 @@ public:
     /// Opens all of @p paths (full paths) and starts watching, unless the list is empty. Changes made from
     /// here on are reported; the first report waits until somebody is connected to pathsChanged().
     WinFileWatcher(const QStringList& paths, QObject* parent);
-    /// Ends the thread; waits for that up to 5 s.
+    /// Ends the thread; waits for that up to 5 s. A thread that takes longer would end the program: see Release.
     ~WinFileWatcher() override;
+
+    /// Deletes a watcher; for owners' pointers. One whose thread does not end within 5 s, because the disk that it
+    /// looks at does not answer, reports nothing any more and is deleted once it ends.
+    struct Release
+    {
+        void operator()(WinFileWatcher* watcher) const;
+    };
 
 signals:
     /// The directories that contain the changed entries, full paths that begin with the root as it was
@@ -35,6 +42,10 @@ protected:
     void connectNotify(const QMetaMethod& signal) override;
 
 private:
+    void askToStop();
+    /// Whether the thread has ended.
+    bool stop();
+
     struct Private;
     const std::unique_ptr<Private> m_private;
 };

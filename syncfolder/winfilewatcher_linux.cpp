@@ -11,13 +11,6 @@
 
 #include <atomic>
 
-namespace
-{
-
-constexpr unsigned long stopTimeout = 5000; // ms
-
-} // namespace
-
 struct WinFileWatcher::Private
 {
     void wake() const
@@ -42,7 +35,8 @@ WinFileWatcher::WinFileWatcher(const QStringList& paths, QObject* parent)
     for (const QString& path : paths) {
         auto tree =
             std::make_unique<WatchedTree>(QDir::fromNativeSeparators(path), [this](const QStringList& directories) {
-                emit pathsChanged(new QStringList(directories));
+                if (!isInterruptionRequested()) // the receiver may be gone
+                    emit pathsChanged(new QStringList(directories));
             });
         const WatchedTree::Opened opened = tree->open();
         if (opened != WatchedTree::Opened::Yes) {
@@ -61,10 +55,14 @@ WinFileWatcher::WinFileWatcher(const QStringList& paths, QObject* parent)
 
 WinFileWatcher::~WinFileWatcher()
 {
+    stop();
+}
+
+void WinFileWatcher::askToStop()
+{
     requestInterruption();
     if (m_private->wakeUp.isValid())
         m_private->wake();
-    wait(stopTimeout);
 }
 
 void WinFileWatcher::connectNotify(const QMetaMethod& signal)

@@ -18,7 +18,6 @@ namespace
 
 constexpr DWORD bufferSize = 16384;
 constexpr int mostPaths = MAXIMUM_WAIT_OBJECTS - 1; // one waits for the stop
-constexpr unsigned long stopTimeout = 5000;         // ms
 
 /// Owns a kernel object; null is none.
 class Handle final
@@ -172,9 +171,13 @@ WinFileWatcher::WinFileWatcher(const QStringList& paths, QObject* parent)
 
 WinFileWatcher::~WinFileWatcher()
 {
+    stop();
+}
+
+void WinFileWatcher::askToStop()
+{
     if (m_private->stop.isValid())
         SetEvent(m_private->stop.get());
-    wait(stopTimeout);
 }
 
 void WinFileWatcher::connectNotify(const QMetaMethod& signal)

@@ -5,8 +5,11 @@
 #include <QDir>
 #include <QElapsedTimer>
 #include <QMetaMethod>
+#include <QPointer>
+#include <QSemaphore>
 #include <QTemporaryDir>
 
+#include <atomic>
 #include <memory>
 #include <vector>
 
@@ -69,6 +72,7 @@ private slots:
     void namesInAnyScriptAreReported();
     void burstOfFilesIsReported();
     void destructionWhileWaitingStopsSoon();
+    void watcherThatHangsIsLeftToItself();
 };
 
 void WinFileWatcherTest::setUp()
@@ -399,6 +403,41 @@ void WinFileWatcherTest::destructionWhileWaitingStopsSoon()
     QVERIFY(time.elapsed() < 5000);
     QCOMPARE(log().last(), text("Watcher stop"));
     QCOMPARE(log().count(text("Watcher stop")), 1);
+}
+
+void WinFileWatcherTest::watcherThatHangsIsLeftToItself()
+{
+    // A receiver that does not return holds the thread as a disk does that does not answer.
+    QSemaphore held;
+    QSemaphore answer;
+    std::atomic<int> reports = 0;
+    QObject receiver;
+    std::unique_ptr<WinFileWatcher, WinFileWatcher::Release> watcher(new WinFileWatcher({m_root, m_outside}, nullptr));
+    const QPointer<WinFileWatcher> hanging(watcher.get());
+    QObject::connect(
+        watcher.get(), &WinFileWatcher::pathsChanged, &receiver,
+        [&](QStringList* paths) {
+            delete paths;
+            ++reports;
+            held.release();
+            answer.acquire();
+        },
+        Qt::DirectConnection);
+    writeFile(m_root + text("/file"), "x");
+    QVERIFY(held.tryAcquire(1, deadline()));
+    writeFile(m_outside + text("/file"), "x");
+
+    QElapsedTimer time;
+    time.start();
+    watcher.reset();
+    QVERIFY(time.elapsed() >= 5000);
+    QVERIFY(hanging);
+    QCOMPARE(log().count(text("Watcher does not end")), 1);
+
+    answer.release(100);
+    EVENTUALLY(!hanging);
+    QCOMPARE(log().last(), text("Watcher stop"));
+    QCOMPARE(reports, 1);
 }
 
 QTEST_GUILESS_MAIN(WinFileWatcherTest)
