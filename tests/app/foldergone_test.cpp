@@ -54,12 +54,6 @@ protected:
     }
 
 private:
-    static void forgetNames()
-    {
-        QCoreApplication::setApplicationName(QString());
-        QCoreApplication::setOrganizationName(QString());
-    }
-
     /// Where the disk is mounted, or at least seems to be.
     static QString disk()
     {

@@ -40,12 +40,6 @@ protected:
     }
 
 private:
-    static void forgetNames()
-    {
-        QCoreApplication::setApplicationName(QString());
-        QCoreApplication::setOrganizationName(QString());
-    }
-
     DialogCld& create()
     {
         m_dialog.reset();

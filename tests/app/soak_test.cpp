@@ -23,7 +23,7 @@ namespace
 {
 
 constexpr int usualSeconds = 25;
-constexpr int leastRounds = 20; // of each of the two measured stretches
+constexpr int leastRounds = 40; // of each of the two measured stretches; every 40th finds an update
 constexpr int changesOfARound = 100;
 constexpr double allowedGrowth = 0.02;
 

@@ -204,6 +204,52 @@ private slots:
         EVENTUALLY(m_engine->input().endsWith("}\n"));
     }
 
+    void engineThatStartsSlowlyGetsNoMoreThanAnyOther()
+    {
+        m_engine->startSlowly();
+        createServer().toggleServer(true);
+        EVENTUALLY(m_engine->isConnected());
+        EVENTUALLY_EQUAL(armedSingleShots(), 0); // nothing is tried again
+        QCOMPARE(m_engine->input(), QByteArray());
+        m_engine->say("{\"what\":\"networkstate\",\"state\":\"offline\"}");
+        EVENTUALLY_EQUAL(m_server->state().netState, QStringLiteral("offline"));
+        m_engine->startReading();
+        // That of the start and that of the poll, as any engine gets them.
+        const QByteArray config = "\njson" + readFile(m_server->configPath()) + '\n';
+        EVENTUALLY_EQUAL(m_engine->input(), config + config);
+        QCOMPARE(m_engine->starts().size(), 1);
+    }
+
+    void engineThatDiesInTheMiddleOfALineLeavesTheStateAsItWas()
+    {
+        startDying(0);
+        EVENTUALLY(m_engine->isConnected());
+        m_engine->say("{\"what\":\"networkstate\",\"state\":\"ok\",\"uid\":5}");
+        EVENTUALLY_EQUAL(m_server->state().netState, QStringLiteral("ok"));
+        const QSignalSpy changes(m_server.get(), SIGNAL(netStateChanged()));
+        m_engine->writeError("{\"what\":\"networkstate\",\"state\":\"logou");
+        letDie(1);
+        EVENTUALLY_EQUAL(m_engine->starts().size(), 2);
+        QCOMPARE(changes.count(), 0);
+        // The next one is not taken for its rest.
+        m_engine->say("{\"what\":\"networkstate\",\"state\":\"transferring\",\"uid\":5}");
+        EVENTUALLY_EQUAL(m_server->state().netState, QStringLiteral("transferring"));
+        QCOMPARE(changes.count(), 1);
+    }
+
+    void engineReplacedWhileItRunsGoesOnUntilItsEndAndTheNewOneFollows()
+    {
+        startDying(0);
+        EVENTUALLY(m_engine->isConnected());
+        m_engine->uninstall();
+        m_engine->install();
+        m_engine->say("{\"what\":\"networkstate\",\"state\":\"ok\",\"uid\":5}");
+        EVENTUALLY_EQUAL(m_server->state().netState, QStringLiteral("ok"));
+        QCOMPARE(m_deaths, 0);
+        letDie(1);
+        EVENTUALLY(m_engine->starts().size() == 2 && m_engine->input().endsWith("}\n"));
+    }
+
     void engineThatKeepsDyingIsFollowedAtOnceFourTimesThenWaitsWithALine()
     {
         startDying(anHour);

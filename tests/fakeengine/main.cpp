@@ -136,7 +136,8 @@ public:
                          {QStringLiteral("rootDir"), qEnvironmentVariable("ROOTDIR")},
                          {QStringLiteral("binDir"), qEnvironmentVariable("BINDIR")},
                          {QStringLiteral("processId"), QCoreApplication::applicationPid()}});
-        m_reader.start();
+        if (!qEnvironmentVariableIsSet(fakeengine::slowVariable))
+            m_reader.start();
         return true;
     }
 
@@ -185,6 +186,8 @@ private:
                 writeAll(fileno(stderr), line);
         } else if (order == QLatin1String(fakeengine::exitWith)) {
             finish(value.toInt());
+        } else if (order == QLatin1String(fakeengine::startReading)) {
+            m_reader.start();
         } else if (order == QLatin1String(fakeengine::stopReading)) {
             m_reader.stop();
         } else if (order == QLatin1String(fakeengine::crash)) {

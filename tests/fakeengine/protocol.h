@@ -6,6 +6,7 @@ namespace fakeengine
 {
 
 constexpr char socketVariable[] = "ORVEL_FAKEENGINE_SOCKET";
+constexpr char slowVariable[] = "ORVEL_FAKEENGINE_SLOW"; // present: nothing is read before it is ordered
 
 // What the engine says: how it was started (a map), what arrived on its standard input (bytes), its end.
 constexpr char started[] = "started";
@@ -13,11 +14,12 @@ constexpr char input[] = "input";
 constexpr char inputEnded[] = "inputEnded";
 
 // What the test orders: bytes to write at one go, a line and how often to write it, an exit code, and
-// (without a value) to leave the standard input unread or to die on the spot.
+// (without a value) to begin to read the standard input, to leave it unread or to die on the spot.
 constexpr char writeError[] = "writeError";
 constexpr char writeOutput[] = "writeOutput";
 constexpr char flood[] = "flood";
 constexpr char exitWith[] = "exitWith";
+constexpr char startReading[] = "startReading";
 constexpr char stopReading[] = "stopReading";
 constexpr char crash[] = "crash";
 

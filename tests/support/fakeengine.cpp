@@ -37,6 +37,7 @@ FakeEngine::FakeEngine()
 FakeEngine::~FakeEngine()
 {
     qunsetenv(fakeengine::socketVariable);
+    qunsetenv(fakeengine::slowVariable);
     // The installation goes now, and a current directory cannot be removed everywhere.
     QDir::setCurrent(QDir::rootPath());
 }
@@ -67,6 +68,11 @@ void FakeEngine::uninstall()
 QString FakeEngine::installDir() const
 {
     return m_installDir.path();
+}
+
+void FakeEngine::startSlowly()
+{
+    qputenv(fakeengine::slowVariable, "1");
 }
 
 const QVector<FakeEngine::Start>& FakeEngine::starts() const
@@ -112,6 +118,11 @@ void FakeEngine::flood(const QByteArray& bytes, int times)
 void FakeEngine::exitWith(int exitCode)
 {
     order(fakeengine::exitWith, exitCode);
+}
+
+void FakeEngine::startReading()
+{
+    order(fakeengine::startReading, {});
 }
 
 void FakeEngine::stopReading()

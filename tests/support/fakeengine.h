@@ -38,6 +38,8 @@ public:
     /// Takes the engine's program away, so that it cannot be started.
     void uninstall();
     QString installDir() const;
+    /// From its next start on the engine reads nothing before startReading().
+    void startSlowly();
 
     /// Every start so far, oldest first.
     const QVector<Start>& starts() const;
@@ -53,6 +55,7 @@ public:
     void writeOutput(const QByteArray& bytes);
     void flood(const QByteArray& bytes, int times);
     void exitWith(int exitCode);
+    void startReading();
     void stopReading(); ///< of the standard input, after one more read
     void crash();
 

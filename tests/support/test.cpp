@@ -148,6 +148,12 @@ int deadline()
     return static_cast<int>(base * factor);
 }
 
+void forgetNames()
+{
+    QCoreApplication::setApplicationName(QString());
+    QCoreApplication::setOrganizationName(QString());
+}
+
 int armedSingleShots()
 {
     int armed = 0;

@@ -47,6 +47,9 @@ int deadline();
         QCOMPARE((actual), (expected));                                                                                \
     } while (false)
 
+/// Takes back the names that a client gave to the application and its maker.
+void forgetNames();
+
 /// The number of QTimer::singleShot() calls of this thread that have not fired yet.
 int armedSingleShots();
 

@@ -64,8 +64,7 @@ protected:
         m_engine.reset();
         m_roots.reset();
         QSettings().clear();
-        QCoreApplication::setApplicationName(QString());
-        QCoreApplication::setOrganizationName(QString());
+        forgetNames();
     }
 
 private:

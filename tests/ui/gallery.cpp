@@ -41,12 +41,6 @@ QSettings clientSettings()
     return QSettings(QStringLiteral("Velmora d.d."), QStringLiteral("Orvel Storage"));
 }
 
-void forgetNames()
-{
-    QCoreApplication::setApplicationName(QString());
-    QCoreApplication::setOrganizationName(QString());
-}
-
 /// Waits with the event loop running; ends the program past the deadline.
 template<typename Condition>
 void await(const char* what, Condition condition)

@@ -50,12 +50,6 @@ protected:
             QDesktopServices::unsetUrlHandler(QLatin1String(scheme));
     }
 
-    static void forgetNames()
-    {
-        QCoreApplication::setApplicationName(QString());
-        QCoreApplication::setOrganizationName(QString());
-    }
-
     static QSettings& clientSettings()
     {
         static QSettings settings(QStringLiteral("Velmora d.d."), QStringLiteral("Orvel Storage"));
