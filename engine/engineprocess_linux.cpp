@@ -1,5 +1,8 @@
 #include "engine/engineprocess.h"
 
+#include <QSocketNotifier>
+
+#include <fcntl.h>
 #include <pthread.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -33,13 +36,26 @@ public:
     {
         static const int registered = pthread_atfork(nullptr, nullptr, endWithClient);
         Q_UNUSED(registered)
+        qRegisterMetaType<QProcess::ProcessError>();
         connect(this, SIGNAL(stateChanged(QProcess::ProcessState)), this, SLOT(noteFork(QProcess::ProcessState)));
+        connect(this, SIGNAL(errorOccurred(QProcess::ProcessError)), this, SLOT(forgetClosedPipe()),
+                Qt::QueuedConnection);
     }
 
 private slots:
     void noteFork(QProcess::ProcessState state)
     {
         forkingClient = state == Starting ? getpid() : 0;
+    }
+
+    /// After a failed write Qt has closed the pipe and waits for it all the same, which its event loop complains
+    /// about and, where it is not that of GLib, does not survive for certain.
+    void forgetClosedPipe()
+    {
+        for (auto* notifier : findChildren<QSocketNotifier*>()) {
+            if (fcntl(static_cast<int>(notifier->socket()), F_GETFD) == -1)
+                notifier->setEnabled(false);
+        }
     }
 };
 

@@ -100,7 +100,9 @@ void emptyHome()
 QStringList Test::log()
 {
     const QMutexLocker locker(&mutex);
-    return logLines;
+    QStringList lines = logLines;
+    lines.detach(); // nothing is shared between threads without the lock
+    return lines;
 }
 
 void Test::clearLog()
