@@ -1,5 +1,7 @@
 #include "ui/guide.h"
 
+#include "ui/measures.h"
+
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
@@ -9,11 +11,8 @@
 namespace
 {
 
-constexpr int margin = 20;     // pixels
-constexpr int sectionGap = 14; // pixels
 constexpr QSize pictureSize(600, 340);
 constexpr int textWidth = pictureSize.width();
-constexpr int buttonWidth = 100; // pixels, the least
 
 /// Its place stays free while it is hidden.
 void keepPlace(QWidget* widget)
@@ -62,8 +61,8 @@ void Guide::buildLayout()
     row->addWidget(m_next);
 
     auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(margin, margin, margin, margin);
-    layout->setSpacing(sectionGap);
+    layout->setContentsMargins(measures::margin, measures::margin, measures::margin, measures::margin);
+    layout->setSpacing(measures::sectionGap);
     layout->setSizeConstraint(QLayout::SetFixedSize);
     layout->addWidget(m_text);
     layout->addWidget(m_picture);
@@ -81,14 +80,14 @@ void Guide::reserveRoom()
     m_text->setFixedSize(textWidth, textHeight);
 
     const QString firstSkip = m_skip->text();
-    int skipWidth = buttonWidth;
+    int skipWidth = measures::buttonWidth;
     for (const QString& text : {tr("Skip Guide"), tr("Close guide"), firstSkip}) {
         m_skip->setText(text);
         skipWidth = qMax(skipWidth, m_skip->sizeHint().width());
     }
     m_skip->setMinimumWidth(skipWidth);
     for (QPushButton* button : {m_back, m_next}) {
-        button->setMinimumWidth(buttonWidth);
+        button->setMinimumWidth(measures::buttonWidth);
         keepPlace(button);
     }
 }

@@ -1,5 +1,7 @@
 #include "ui/pickracun.h"
 
+#include "ui/measures.h"
+
 #include <QGroupBox>
 #include <QPushButton>
 #include <QRadioButton>
@@ -8,10 +10,7 @@
 namespace
 {
 
-constexpr int margin = 20;       // pixels
-constexpr int sectionGap = 14;   // pixels
 constexpr int windowWidth = 300; // pixels, the least: for its title
-constexpr int buttonWidth = 100; // pixels, the least
 
 } // namespace
 
@@ -28,12 +27,12 @@ PickRacun::PickRacun(const QStringList& ids)
 
     auto* button = new QPushButton(tr("Login"));
     button->setDefault(true);
-    button->setMinimumWidth(buttonWidth);
+    button->setMinimumWidth(measures::buttonWidth);
     connect(button, SIGNAL(clicked()), this, SLOT(dologin()));
 
     auto* layout = new QVBoxLayout(this);
-    layout->setContentsMargins(margin, margin, margin, margin);
-    layout->setSpacing(sectionGap);
+    layout->setContentsMargins(measures::margin, measures::margin, measures::margin, measures::margin);
+    layout->setSpacing(measures::sectionGap);
     layout->addWidget(m_group);
     layout->addWidget(button, 0, Qt::AlignRight);
     setMinimumWidth(windowWidth);

@@ -1,6 +1,7 @@
 #include "ui/sharefolder.h"
 
 #include "base/log.h"
+#include "ui/measures.h"
 
 #include <QEvent>
 #include <QHBoxLayout>
@@ -12,10 +13,8 @@
 namespace
 {
 
-constexpr int margin = 20;       // pixels
-constexpr int rowGap = 12;       // pixels
-constexpr int emailWidth = 240;  // pixels, the least
-constexpr int buttonWidth = 100; // pixels, the least
+constexpr int rowGap = 12;      // pixels
+constexpr int emailWidth = 240; // pixels, the least
 
 } // namespace
 
@@ -33,8 +32,8 @@ ShareFolder::ShareFolder(int id, const QString& folderPath, QWidget* parent)
     auto* caption = new QLabel(tr("Email of user"));
     caption->setBuddy(m_email);
     m_email->setMinimumWidth(emailWidth);
-    m_button->setMinimumWidth(buttonWidth);
-    m_layout->setContentsMargins(margin, margin, margin, margin);
+    m_button->setMinimumWidth(measures::buttonWidth);
+    m_layout->setContentsMargins(measures::margin, measures::margin, measures::margin, measures::margin);
     m_layout->setSpacing(rowGap);
     m_inputRow->addWidget(caption);
     m_inputRow->addWidget(m_email, 1);

@@ -22,6 +22,9 @@ public:
     /// No feed and no notes are anywhere near as large; a body that never ends stops here.
     static constexpr qint64 maximumBody = Q_INT64_C(8) * 1024 * 1024; // bytes
 
+    /// How long a download may bring nothing; its network manager has to be told.
+    static constexpr int silenceTimeout = 30000; // ms
+
     /// Whether an address is http or https: a feed can lead nowhere else.
     static bool IsWeb(const QUrl& url);
 

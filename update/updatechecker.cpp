@@ -15,8 +15,6 @@ namespace qtsparkle
 namespace
 {
 
-constexpr int silenceTimeout = 30000; // ms without a byte
-
 QString skippedVersion()
 {
     return QSettings().value(QStringLiteral("QtSparkle/skipped_version")).toString();
@@ -51,7 +49,7 @@ void UpdateChecker::Check(const QUrl& url, bool manual)
     emit CheckStarted();
     if (m_network == nullptr) {
         m_ownNetwork = new QNetworkAccessManager(this);
-        m_ownNetwork->setTransferTimeout(silenceTimeout); // a server that hangs is not waited for without end
+        m_ownNetwork->setTransferTimeout(FollowRedirects::silenceTimeout);
         m_network = m_ownNetwork;
     }
     m_inProgress = true;

@@ -28,10 +28,9 @@ namespace qtsparkle
 namespace
 {
 
-constexpr int initialWidth = 643;     // pixels
-constexpr int initialHeight = 475;    // pixels
-constexpr int iconSize = 64;          // pixels
-constexpr int silenceTimeout = 30000; // ms without a byte
+constexpr int initialWidth = 643;  // pixels
+constexpr int initialHeight = 475; // pixels
+constexpr int iconSize = 64;       // pixels
 
 template<typename Widget>
 Widget* named(Widget* widget, const char* name)
@@ -266,7 +265,7 @@ void UpdateDialog::ShowUpdate(AppCastPtr appcast)
 
     if (m_network == nullptr) {
         m_network = new QNetworkAccessManager(this);
-        m_network->setTransferTimeout(silenceTimeout);
+        m_network->setTransferTimeout(FollowRedirects::silenceTimeout);
     }
     const QUrl notes(appcast->release_notes_url);
     if (!FollowRedirects::IsWeb(notes))
