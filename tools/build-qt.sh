@@ -1,5 +1,7 @@
 #!/usr/bin/env bash
-# Builds Qt for Windows from Debian's source package and prints the directory it lies in.
+# Builds a Qt that Debian does not offer from Debian's source package, and prints the directory it lies in:
+# build-qt.sh windows   for the program for Windows
+# build-qt.sh tsan      for this computer under ThreadSanitizer, without windows: Core, Network and Test
 #
 # The result is kept under ORVEL_CACHE (default: orvel in the user's cache directory), one directory for
 # each version of the package and of this script. A build that fails leaves nothing there.
@@ -7,22 +9,33 @@ set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
 # shellcheck source=tools/common.sh
-source "$here/../../tools/common.sh"
+source "$here/common.sh"
 
 cache=${ORVEL_CACHE:-${XDG_CACHE_HOME:-$HOME/.cache}/orvel}
 source_package=qtbase-opensource-src
-host=x86_64-w64-mingw32
 
-configure_options=(
-  -opensource -confirm-license -release -shared
-  -platform linux-g++ -xplatform win32-g++ -device-option "CROSS_COMPILE=$host-"
-  -external-hostbindir /usr/lib/qt5/bin
-  -nomake examples -nomake tests -nomake tools
-  -no-opengl -no-dbus -no-openssl -schannel -no-icu -no-libjpeg
-  -qt-zlib -qt-pcre -qt-libpng -qt-freetype -qt-harfbuzz
-  -no-feature-sql -no-feature-tabletevent -no-feature-vulkan -no-feature-printer -no-feature-concurrent
-  -no-feature-direct2d
-)
+packages=(dpkg-dev g++ make perl python3 qtbase5-dev qtbase5-dev-tools)
+configure_options=(-opensource -confirm-license -release -shared -nomake examples -nomake tests -nomake tools)
+case ${1:-} in
+  windows)
+    packages+=(g++-mingw-w64-x86-64-posix)
+    configure_options+=(
+      -platform linux-g++ -xplatform win32-g++ -device-option "CROSS_COMPILE=x86_64-w64-mingw32-"
+      -external-hostbindir /usr/lib/qt5/bin
+      -no-opengl -no-dbus -no-openssl -schannel -no-icu -no-libjpeg
+      -qt-zlib -qt-pcre -qt-libpng -qt-freetype -qt-harfbuzz
+      -no-feature-sql -no-feature-tabletevent -no-feature-vulkan -no-feature-printer -no-feature-concurrent
+      -no-feature-direct2d
+    ) ;;
+  tsan)
+    configure_options+=(
+      -platform linux-g++ -sanitize thread
+      -no-gui -no-widgets -no-dbus -no-openssl -no-icu -no-glib -qt-zlib -qt-pcre -qt-doubleconversion
+      -no-feature-sql -no-feature-xml -no-feature-concurrent
+    ) ;;
+  *) fail "build-qt.sh: windows or tsan" ;;
+esac
+name=qt-$1
 
 # The packages that this computer's own package lists offer, as sources.
 write_source_lists() {
@@ -56,19 +69,19 @@ lower_case_libraries() {
     xargs -r sed -i 's/-lSecur32/-lsecur32/g; s/-lCrypt32/-lcrypt32/g'
 }
 
-install_packages dpkg-dev g++ g++-mingw-w64-x86-64-posix make perl python3 qtbase5-dev qtbase5-dev-tools >&2
+install_packages "${packages[@]}" >&2
 
 version=$(dpkg-query -W -f='${source:Version}' qtbase5-dev)
 key=$(sha256sum "${BASH_SOURCE[0]}" | cut -c1-12)
-installed=$cache/qt-windows/$version-$key
+installed=$cache/$name/$version-$key
 if [[ -d $installed ]]; then
   say "$installed"
   exit 0
 fi
 
-mkdir -p "$cache/qt-windows"
-work=$(mktemp -d "$cache/qt-windows/building.XXXXXX")
-log=$cache/qt-windows/build.log
+mkdir -p "$cache/$name"
+work=$(mktemp -d "$cache/$name/building.XXXXXX")
+log=$cache/$name/build.log
 
 # shellcheck disable=SC2317,SC2329 # called by the trap
 tidy_up() {
@@ -80,7 +93,7 @@ tidy_up() {
 }
 trap tidy_up EXIT
 
-say "Building Qt $version for Windows (about a quarter of an hour); see $log" >&2
+say "Building Qt $version ($1, up to a quarter of an hour); see $log" >&2
 exec 3>&1 >"$log" 2>&1
 fetch "$work" "$version"
 lower_case_libraries "$work/source"
