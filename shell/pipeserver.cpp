@@ -4,6 +4,7 @@
 
 #include <QDir>
 #include <QFileInfo>
+#include <QFileSystemWatcher>
 #include <QLocalSocket>
 #include <QStandardPaths>
 
@@ -58,9 +59,10 @@ bool listenOn(QLocalServer& server, const QString& name)
 PipeServer::PipeServer(const QString& name)
     : m_name(name)
 {
-    connect(&m_socketFile, SIGNAL(fileChanged(QString)), this, SLOT(socketChanged(QString)));
     start();
 }
+
+PipeServer::~PipeServer() = default;
 
 void PipeServer::start()
 {
@@ -68,8 +70,13 @@ void PipeServer::start()
         ORVEL_LOG << "Unable to listen on pipe";
         return;
     }
-    if (fullServerName().startsWith(u'/')) // to look at a pipe of Windows is to connect to it
-        m_socketFile.addPath(fullServerName());
+    if (!fullServerName().startsWith(u'/')) // a pipe of Windows, which nobody can remove
+        return;
+    if (!m_socketFile) {
+        m_socketFile = std::make_unique<QFileSystemWatcher>();
+        connect(m_socketFile.get(), SIGNAL(fileChanged(QString)), this, SLOT(socketChanged(QString)));
+    }
+    m_socketFile->addPath(fullServerName());
 }
 
 void PipeServer::socketChanged(const QString& path)
@@ -77,7 +84,7 @@ void PipeServer::socketChanged(const QString& path)
     if (QFileInfo::exists(path))
         return;
     ORVEL_LOG << "Pipe was removed";
-    m_socketFile.removePath(path);
+    m_socketFile->removePath(path);
     close();
     start();
 }

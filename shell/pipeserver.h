@@ -1,7 +1,10 @@
 #pragma once
 
-#include <QFileSystemWatcher>
 #include <QLocalServer>
+
+#include <memory>
+
+class QFileSystemWatcher;
 
 /// A local pipe for the user alone that keeps its name.
 ///
@@ -17,6 +20,7 @@ class PipeServer final : public QLocalServer
 public:
     /// Listens at once.
     explicit PipeServer(const QString& name);
+    ~PipeServer() override;
 
 private slots:
     void socketChanged(const QString& path);
@@ -25,5 +29,5 @@ private:
     void start();
 
     QString m_name;
-    QFileSystemWatcher m_socketFile; ///< watches nothing where pipes are no files
+    std::unique_ptr<QFileSystemWatcher> m_socketFile; ///< none where pipes are no files
 };
