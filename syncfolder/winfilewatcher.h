@@ -12,7 +12,7 @@
 /// opened switches the whole watcher off: one log line names it, the remaining roots are left alone and no
 /// thread runs. So do, on Windows, more than 63 roots. Symbolic links beneath a root are not followed. Nothing is
 /// retried, no failure reaches the caller. What was missed (the system dropped notifications) is reported as the root
-/// it was missed in.
+/// it was missed in; on Linux, a root that the system does not let be watched as a whole is reported every minute.
 class WinFileWatcher final : public QThread
 {
     Q_OBJECT

@@ -4,6 +4,7 @@
 #include "syncfolder/winfilewatcher_tree.h"
 
 #include <QDir>
+#include <QElapsedTimer>
 #include <QMetaMethod>
 
 #include <poll.h>
@@ -77,10 +78,13 @@ void WinFileWatcher::connectNotify(const QMetaMethod& signal)
 void WinFileWatcher::run()
 {
     bool scanned = false;
+    QElapsedTimer sinceRecheck;
+    sinceRecheck.start();
     std::vector<pollfd> waits;
     while (!isInterruptionRequested()) {
         waits.assign(1, {m_private->wakeUp.get(), POLLIN, 0});
         bool idle = true;
+        bool incomplete = false;
         // Nobody would take a report before; until then the notifications wait in their queues.
         if (m_private->connected) {
             for (const auto& tree : m_private->trees) {
@@ -88,10 +92,13 @@ void WinFileWatcher::run()
                     tree->scan();
                 waits.push_back({tree->queue(), POLLIN, 0});
                 idle = idle && !tree->hasDetached();
+                incomplete = incomplete || tree->isIncomplete();
             }
             scanned = true;
         }
-        poll(waits.data(), waits.size(), idle ? -1 : 0);
+        const int pause = WatchedTree::recheckPause;
+        const int patience = incomplete ? qMax(0, pause - static_cast<int>(sinceRecheck.elapsed())) : -1;
+        poll(waits.data(), waits.size(), idle ? patience : 0);
         if (waits.front().revents != 0) {
             eventfd_t count = 0;
             eventfd_read(m_private->wakeUp.get(), &count);
@@ -101,6 +108,13 @@ void WinFileWatcher::run()
             if (waits[i].revents != 0)
                 tree.readEvents();
             tree.removeDetached();
+        }
+        if (sinceRecheck.hasExpired(pause)) {
+            for (const auto& tree : m_private->trees) {
+                if (tree->isIncomplete())
+                    tree->recheck();
+            }
+            sinceRecheck.start();
         }
     }
     ORVEL_LOG << "Watcher stop";

@@ -100,6 +100,8 @@ FileDescriptor openPath(std::string path)
 
 } // namespace
 
+std::atomic<int> WatchedTree::recheckPause{60000};
+
 FileDescriptor::FileDescriptor(int descriptor)
     : m_descriptor(descriptor)
 {
@@ -141,12 +143,15 @@ WatchedTree::Opened WatchedTree::open()
     if (!m_root.isValid())
         return Opened::NoDirectory;
     m_queue = FileDescriptor(inotify_init1(IN_CLOEXEC | IN_NONBLOCK));
-    if (!m_queue.isValid())
+    if (!m_queue.isValid()) {
+        if (isLimit(errno))
+            limitReached(m_rootPath);
         return Opened::NoQueue;
+    }
     m_rootWatch = addWatch(m_root.get());
     if (m_rootWatch < 0) {
         if (isLimit(errno))
-            logWatchLimit(m_rootPath);
+            limitReached(m_rootPath);
         return Opened::NoDirectory;
     }
     m_directories.emplace(m_rootWatch, Directory());
@@ -182,6 +187,20 @@ void WatchedTree::readEvents()
     finish();
 }
 
+bool WatchedTree::isIncomplete() const
+{
+    return m_incomplete;
+}
+
+void WatchedTree::recheck()
+{
+    if (m_queue.isValid())
+        changed(m_rootPath);
+    else
+        rebuild();
+    finish();
+}
+
 bool WatchedTree::hasDetached() const
 {
     return !m_detached.empty();
@@ -203,6 +222,7 @@ void WatchedTree::rebuild()
     ORVEL_LOG << "Filename changed " << QString() << " action " << Overflow;
     changed(m_rootPath);
     m_overflowed = false;
+    m_incomplete = false;
     m_directories.clear();
     m_unread.clear();
     m_later.clear();
@@ -211,10 +231,12 @@ void WatchedTree::rebuild()
     m_queue = FileDescriptor(); // first, so that its watches are free again
     const Opened opened = open();
     flush(); // before the scan: it finds what changes while the receiver looks
-    if (opened == Opened::Yes)
+    if (opened == Opened::Yes) {
         scan();
-    else
-        m_root = FileDescriptor();
+        return;
+    }
+    m_root = FileDescriptor();
+    m_queue = FileDescriptor();
 }
 
 void WatchedTree::handle(const inotify_event& event)
@@ -390,7 +412,7 @@ void WatchedTree::readChild(int parent, int parentWatch, const char* name, std::
     const FileDescriptor directory(openat(parent, name, openForReading | O_NOFOLLOW));
     if (!directory.isValid()) {
         if (isLimit(errno))
-            logWatchLimit(path + '/' + name);
+            limitReached(path + '/' + name);
         return;
     }
     int watch = 0;
@@ -400,7 +422,7 @@ void WatchedTree::readChild(int parent, int parentWatch, const char* name, std::
             if (!isLimit(errno))
                 return;
             watch = 0;
-            logWatchLimit(path + '/' + name);
+            limitReached(path + '/' + name);
         } else if (!isEntry(directory.get(), parent, name)) {
             // Moved away before the watch could tell of it; the notification of its parent does.
             forgetUnknown(watch);
@@ -558,10 +580,11 @@ void WatchedTree::flush()
     m_changed.clear();
 }
 
-void WatchedTree::logWatchLimit(const std::string& path)
+void WatchedTree::limitReached(const std::string& path)
 {
+    m_incomplete = true;
     if (!std::exchange(m_limitLogged, true))
-        ORVEL_LOG << "Watch limit reached, changes will be missed in " << QFile::decodeName(path.c_str());
+        ORVEL_LOG << "Watch limit reached, changes will be reported late in " << QFile::decodeName(path.c_str());
 }
 
 void WatchedTree::finish()

@@ -2,6 +2,7 @@
 
 #include <QStringList>
 
+#include <atomic>
 #include <ctime>
 #include <functional>
 #include <string>
@@ -52,6 +53,8 @@ public:
         NoDirectory,
         NoQueue
     };
+    /// How long a tree is left alone that the system does not let be watched as a whole, in ms; shorter in tests.
+    static std::atomic<int> recheckPause;
     /// Bytes of notifications that one readEvents() takes.
     static constexpr std::size_t bufferSize = 16384;
     /// Takes the directories to report; never called with an empty list.
@@ -68,6 +71,11 @@ public:
     int queue() const;
     /// Takes one buffer of notifications and reports it; to be called when the queue has some.
     void readEvents();
+    /// Whether the system's limits leave a part of the tree without a watch, so that recheck() is due from time to
+    /// time.
+    bool isIncomplete() const;
+    /// Reports the root for all that may have been missed.
+    void recheck();
     /// Whether watches wait for removeDetached().
     bool hasDetached() const;
     /// Removes some of the watches of directories that have left the tree.
@@ -117,7 +125,7 @@ private:
     void changed(const std::string& path);
     void flush();
     void finish();
-    void logWatchLimit(const std::string& path);
+    void limitReached(const std::string& path);
     bool hasChanged(const struct statx& entry) const;
 
     const Report m_report;
@@ -138,5 +146,6 @@ private:
     int m_lastWatch = 0; ///< the directory of m_lastPath; 0 for none
     QString m_lastPath;
     bool m_overflowed = false;
+    bool m_incomplete = false;
     bool m_limitLogged = false;
 };
