@@ -12,6 +12,7 @@
 #include <QTranslator>
 
 #include <limits>
+#include <memory>
 
 namespace
 {
@@ -68,11 +69,12 @@ int main(int argc, char* argv[])
     data.mkdir(QCoreApplication::applicationName());
     data.cd(QCoreApplication::applicationName());
 
+    auto endRequest = std::make_unique<EndRequest>(); // one that comes during the start counts, too
+    QObject::connect(endRequest.get(), SIGNAL(asked()), &application, SLOT(quit()));
     DialogCld dialog;
     dialog.show();
-    const EndRequest endRequest;
-    QObject::connect(&endRequest, SIGNAL(asked()), &application, SLOT(quit()));
     const int exitCode = QApplication::exec();
+    endRequest.reset();
     userLock.release();
     lock.detach(); // before the dialog goes: its end may wait for the engine, the next start need not
     return exitCode;

@@ -406,8 +406,9 @@ private:
             start();
             note(QStringLiteral("start"));
         } else if (m_engineKills < 3 && below(2) == 0) {
-            m_engineKills += m_client->killEngine() ? 1 : 0;
-            note(QStringLiteral("kill the engine"));
+            const bool killed = m_client->killEngine();
+            m_engineKills += killed ? 1 : 0;
+            note(killed ? QStringLiteral("kill the engine") : QStringLiteral("no engine to kill"));
         } else {
             m_client->kill();
             m_client.reset();

@@ -136,7 +136,7 @@ private slots:
             client->kill();
             QVERIFY(ended(*client));
             const QByteArray content = readFile(config);
-            QVERIFY2((fresh && content.isNull()) || content == seed || content == settled,
+            QVERIFY2((fresh && !QFileInfo::exists(config)) || content == seed || content == settled,
                      content.left(200).constData());
             seeded += content == settled ? 1 : 0;
         }
@@ -180,9 +180,14 @@ private slots:
         QDir temporary(QDir::tempPath());
         const QStringList names = temporary.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
         for (const QString& name : names) {
-            if (!name.startsWith(QLatin1String("fake-"))) // the test's own road to the engine
-                QFile::remove(temporary.filePath(name));
+            // The test's own road to the engine, and where that is installed.
+            if (name.startsWith(QLatin1String("fake-")) || m_engine->installDir().endsWith(name))
+                continue;
+            const QFileInfo entry(temporary.filePath(name));
+            QVERIFY(entry.isDir() ? QDir(entry.filePath()).removeRecursively() : QFile::remove(entry.filePath()));
         }
+        QByteArray output;
+        EVENTUALLY((output += client->readAllStandardError()).contains("Pipe was removed"));
         const auto reachesPipe = [] {
             QLocalSocket shell;
             shell.connectToServer(QStringLiteral("kestaextcommands"));
@@ -195,7 +200,6 @@ private slots:
         QVERIFY(second->readAllStandardError().endsWith("\nshared memory exists\n"));
         // The client and its engine go on, and it ends as ever.
         m_engine->say("{\"what\":\"networkstate\",\"state\":\"ok\",\"uid\":5}");
-        QByteArray output;
         EVENTUALLY((output += client->readAllStandardError()).contains("maindlg: network state  ok"));
         askToEnd(*client);
         QVERIFY(ended(*client));
@@ -211,7 +215,8 @@ private slots:
     void clientEndsWithinThreeSecondsWhateverTheEngineDoes_data()
     {
         QTest::addColumn<QString>("habit");
-        for (const char* habit : {"floods", "does not read", "is silent", "keeps dying", "is not there"})
+        for (const char* habit : {"floods", "does not read", "is silent", "starts slowly", "breaks off in a line",
+                                  "keeps dying", "is not there"})
             QTest::newRow(habit) << QString::fromLatin1(habit);
     }
     void clientEndsWithinThreeSecondsWhateverTheEngineDoes()
@@ -219,6 +224,8 @@ private slots:
         QFETCH(QString, habit);
         if (habit == QLatin1String("is not there"))
             m_engine->uninstall();
+        else if (habit == QLatin1String("starts slowly"))
+            m_engine->startSlowly();
         const auto client = start(QStringLiteral(ORVEL_CLIENT));
         QByteArray output;
         const auto says = [&](const char* line) {
@@ -227,6 +234,8 @@ private slots:
         };
         if (habit == QLatin1String("is not there")) {
             QVERIFY(says("Process start error  0"));
+        } else if (habit == QLatin1String("starts slowly")) {
+            EVENTUALLY(m_engine->isConnected());
         } else {
             EVENTUALLY(m_engine->input().endsWith("}\n"));
         }
@@ -234,7 +243,22 @@ private slots:
             m_engine->flood("{\"what\":\"networkstate\",\"state\":\"ok\",\"uid\":5}\n", 1000000);
             QVERIFY(says("maindlg: network state  ok"));
         } else if (habit == QLatin1String("does not read")) {
+            // More than its pipe takes, so that some of it waits in the client.
             m_engine->stopReading();
+            const QString path(60000, u'p');
+            for (int query = 1; query <= 20; ++query) {
+                QLocalSocket shell;
+                shell.connectToServer(QStringLiteral("kestaextcommands"));
+                QVERIFY(shell.waitForConnected(deadline()));
+                const QString command = QStringLiteral("revs|") + path;
+                shell.write(reinterpret_cast<const char*>(command.utf16()), command.size() * 2);
+                QVERIFY(shell.waitForBytesWritten(deadline()));
+                shell.disconnectFromServer();
+                EVENTUALLY((output += client->readAllStandardError()).count("Shell command  revs") == query);
+            }
+        } else if (habit == QLatin1String("breaks off in a line")) {
+            m_engine->writeError("{\"what\":\"networkstate\",\"state\":\"o");
+            QVERIFY(says("networkstate"));
         } else if (habit == QLatin1String("keeps dying")) {
             for (int death = 1; death <= 5; ++death) {
                 EVENTUALLY(m_engine->starts().size() == death && m_engine->input().endsWith("}\n"));
@@ -248,6 +272,7 @@ private slots:
         QVERIFY(ended(*client));
         QVERIFY2(clock.elapsed() < 3000, qPrintable(QString::number(clock.elapsed())));
         QCOMPARE(client->exitCode(), 0);
+        EVENTUALLY(!m_engine->isConnected());
     }
 
 private:

@@ -53,6 +53,8 @@ public:
     /// Kills its engine alone; false when there is none.
     bool killEngine() const
     {
+        if (m_process.processId() == 0)
+            return false;
         const QStringList processes = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
         for (const QString& process : processes) {
             QFile file(QStringLiteral("/proc/") + process + QStringLiteral("/stat"));
