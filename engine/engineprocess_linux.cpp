@@ -38,8 +38,8 @@ public:
         Q_UNUSED(registered)
         qRegisterMetaType<QProcess::ProcessError>();
         connect(this, SIGNAL(stateChanged(QProcess::ProcessState)), this, SLOT(noteFork(QProcess::ProcessState)));
-        connect(this, SIGNAL(errorOccurred(QProcess::ProcessError)), this, SLOT(forgetClosedPipe()),
-                Qt::QueuedConnection);
+        connect(this, SIGNAL(errorOccurred(QProcess::ProcessError)), this,
+                SLOT(forgetClosedPipe(QProcess::ProcessError)), Qt::QueuedConnection);
     }
 
 private slots:
@@ -50,10 +50,13 @@ private slots:
 
     /// After a failed write Qt has closed the pipe and waits for it all the same, which its event loop complains
     /// about and, where it is not that of GLib, does not survive for certain.
-    void forgetClosedPipe()
+    void forgetClosedPipe(QProcess::ProcessError error)
     {
+        if (error != WriteError)
+            return;
         for (auto* notifier : findChildren<QSocketNotifier*>()) {
-            if (fcntl(static_cast<int>(notifier->socket()), F_GETFD) == -1)
+            if (notifier->type() == QSocketNotifier::Write &&
+                fcntl(static_cast<int>(notifier->socket()), F_GETFD) == -1)
                 notifier->setEnabled(false);
         }
     }

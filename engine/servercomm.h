@@ -112,6 +112,7 @@ private:
     void checkLocalAddress();
     void noteOutput(const QByteArray& output);
     QString lastWords() const;
+    void endDeafEngine();
     void launchLater(int exitCode);
     void handleMessage(const QVariantMap& message);
     void send(const QVariantMap& command);

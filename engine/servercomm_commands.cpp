@@ -87,9 +87,7 @@ qint64 ServerComm::sendText(const QByteArray& json)
 {
     // An engine that hangs would take all our memory. The next one reads the whole folder anyway.
     if (m_process->bytesToWrite() > mostUnread && m_running) {
-        ORVEL_LOG << "servercomm:"
-                  << "Engine does not read, ending it";
-        m_process->kill();
+        endDeafEngine();
         return -1;
     }
     m_process->write("\njson");

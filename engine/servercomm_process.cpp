@@ -195,6 +195,16 @@ void ServerComm::srvError(QProcess::ProcessError error)
 {
     ORVEL_LOG << "servercomm:"
               << "Process start error " << static_cast<int>(error);
+    if (error == QProcess::WriteError && m_running)
+        endDeafEngine();
+}
+
+/// One that does not hear its commands any more is of no use; its end is a death like any other.
+void ServerComm::endDeafEngine()
+{
+    ORVEL_LOG << "servercomm:"
+              << "Engine does not read, ending it";
+    m_process->kill();
 }
 
 void ServerComm::srvFinished(int exitCode, QProcess::ExitStatus exitStatus)

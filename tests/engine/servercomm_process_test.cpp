@@ -361,6 +361,22 @@ private slots:
         EVENTUALLY(m_engine->starts().size() == 2 && m_engine->input().endsWith("}\n"));
     }
 
+    void engineThatClosesItsInputIsReplaced()
+    {
+        startDying(anHour);
+        EVENTUALLY(m_engine->input().endsWith("}\n"));
+        m_engine->closeInput();
+        QVERIFY(QTest::qWaitFor(
+            [&] {
+                if (m_deaths == 0)
+                    m_server->postConfig();
+                return m_deaths == 1;
+            },
+            deadline()));
+        EVENTUALLY(m_engine->starts().size() == 2 && m_engine->input().endsWith("}\n"));
+        QCOMPARE(log().filter(QStringLiteral("Engine does not read, ending it")).size(), 1);
+    }
+
     void pollingStopsWhenTheConfigurationIsPosted()
     {
         runningServer();

@@ -167,6 +167,11 @@ private slots:
         finish(0);
     }
 
+    void closeInput()
+    {
+        std::fclose(stdin);
+    }
+
     void leave()
     {
         finish(lostControl);
@@ -189,6 +194,9 @@ private:
         } else if (order == QLatin1String(fakeengine::startReading)) {
             m_reader.start();
         } else if (order == QLatin1String(fakeengine::stopReading)) {
+            m_reader.stop();
+        } else if (order == QLatin1String(fakeengine::closeInput)) {
+            connect(&m_reader, SIGNAL(finished()), this, SLOT(closeInput()));
             m_reader.stop();
         } else if (order == QLatin1String(fakeengine::crash)) {
             die();

@@ -14,13 +14,14 @@ constexpr char input[] = "input";
 constexpr char inputEnded[] = "inputEnded";
 
 // What the test orders: bytes to write at one go, a line and how often to write it, an exit code, and
-// (without a value) to begin to read the standard input, to leave it unread or to die on the spot.
+// (without a value) to begin to read the standard input, to leave it unread, to close it or to die on the spot.
 constexpr char writeError[] = "writeError";
 constexpr char writeOutput[] = "writeOutput";
 constexpr char flood[] = "flood";
 constexpr char exitWith[] = "exitWith";
 constexpr char startReading[] = "startReading";
 constexpr char stopReading[] = "stopReading";
+constexpr char closeInput[] = "closeInput";
 constexpr char crash[] = "crash";
 
 } // namespace fakeengine

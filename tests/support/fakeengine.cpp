@@ -130,6 +130,11 @@ void FakeEngine::stopReading()
     order(fakeengine::stopReading, {});
 }
 
+void FakeEngine::closeInput()
+{
+    order(fakeengine::closeInput, {});
+}
+
 void FakeEngine::crash()
 {
     order(fakeengine::crash, {});

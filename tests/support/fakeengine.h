@@ -57,6 +57,7 @@ public:
     void exitWith(int exitCode);
     void startReading();
     void stopReading(); ///< of the standard input, after one more read
+    void closeInput();  ///< likewise
     void crash();
 
 signals:
