@@ -21,8 +21,9 @@ constexpr QFile::Permissions ownRights =
 bool write(const QString& path, const QByteArray& content)
 {
     QSaveFile file(path);
+    // Flushed first: a commit does not tell that what was still to be written had no room.
     const bool written = file.open(QIODevice::WriteOnly) && file.setPermissions(QFile::ReadOwner | QFile::WriteOwner) &&
-                         file.write(content) == content.size() && file.commit();
+                         file.write(content) == content.size() && file.flush() && file.commit();
     if (!written)
         ORVEL_LOG << "Unable to write" << path << file.errorString();
     return written;

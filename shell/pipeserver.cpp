@@ -76,7 +76,8 @@ void PipeServer::start()
         m_socketFile = std::make_unique<QFileSystemWatcher>();
         connect(m_socketFile.get(), SIGNAL(fileChanged(QString)), this, SLOT(socketChanged(QString)));
     }
-    m_socketFile->addPath(fullServerName());
+    if (!m_socketFile->addPath(fullServerName()))
+        ORVEL_LOG << "Unable to watch pipe";
 }
 
 void PipeServer::socketChanged(const QString& path)

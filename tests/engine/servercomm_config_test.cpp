@@ -6,10 +6,9 @@
 #include <QSignalSpy>
 
 #ifndef Q_OS_WIN
-#include <sys/resource.h>
-#include <sys/stat.h>
+#include "tests/support/fulldisk.h"
 
-#include <csignal>
+#include <sys/stat.h>
 #endif
 
 class ServerCommConfigTest final : public ServerCommTest
@@ -201,20 +200,22 @@ private slots:
         QCOMPARE(rights(m_server->configPath()), 0600U);
     }
 
+    void fullDiskLeavesTheOldFileAndALine_data()
+    {
+        QTest::addColumn<int>("length");
+        QTest::newRow("a usual file") << 3;
+        QTest::newRow("one that is larger than the buffer") << (1 << 16);
+    }
     void fullDiskLeavesTheOldFileAndALine()
     {
+        QFETCH(int, length);
         createServer();
         const QByteArray before = readFile(m_server->configPath());
-        m_server->setHome(QString(1 << 16, u'x'), QStringLiteral("y"));
-        // No room for files beyond this size, which is how a full disk shows, too: in a write that fails.
-        const auto ignored = std::signal(SIGXFSZ, SIG_IGN);
-        rlimit old = {};
-        getrlimit(RLIMIT_FSIZE, &old);
-        const rlimit small = {4096, old.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &small);
-        m_server->saveConfig(false);
-        setrlimit(RLIMIT_FSIZE, &old);
-        std::signal(SIGXFSZ, ignored);
+        m_server->setHome(QString(length, u'x'), QStringLiteral("y"));
+        {
+            const FullDisk full;
+            m_server->saveConfig(false);
+        }
         QCOMPARE(readFile(m_server->configPath()), before);
         QCOMPARE(log().filter(QStringLiteral("Unable to write")).size(), 1);
         QCOMPARE(QDir(m_server->stateDir()).entryList(QDir::Files | QDir::Hidden),

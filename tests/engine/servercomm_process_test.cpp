@@ -9,6 +9,10 @@
 
 #include <csignal>
 
+#ifndef Q_OS_WIN
+#include <malloc.h>
+#endif
+
 class ServerCommProcessTest final : public ServerCommTest
 {
     Q_OBJECT
@@ -44,6 +48,17 @@ class ServerCommProcessTest final : public ServerCommTest
         createServer().setLaunchWaitFactor(waitFactor);
         bringBackAfterEachDeath(*m_server);
         m_server->toggleServer(true);
+    }
+
+    /// 0 where the system's allocator does not tell.
+    static qint64 allocatedBytes()
+    {
+#if defined(Q_OS_WIN) || defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+        return 0;
+#else
+        const auto heap = mallinfo2();
+        return static_cast<qint64>(heap.uordblks) + static_cast<qint64>(heap.hblkhd);
+#endif
     }
 
     int m_deaths = 0;
@@ -329,12 +344,17 @@ private slots:
     {
         const int kills = qMax(50, qEnvironmentVariableIntValue("ORVEL_TEST_KILLS"));
         startDying(0);
+        qint64 before = 0;
         for (int i = 0; i < kills; ++i) {
             letDie(1);
             EVENTUALLY_EQUAL(m_engine->starts().size(), i + 2);
             clearLog();
+            if (i == 10)
+                before = allocatedBytes();
         }
         EVENTUALLY(m_engine->input().endsWith("}\n"));
+        const qint64 more = allocatedBytes() - before;
+        QVERIFY2(more < 2048LL * (32 + kills), qPrintable(QString::number(more))); // what the test keeps of each start
     }
 
     void engineThatStopsReadingIsEndedBeforeItTakesAllMemory()
@@ -361,6 +381,7 @@ private slots:
         EVENTUALLY(m_engine->starts().size() == 2 && m_engine->input().endsWith("}\n"));
     }
 
+#ifndef Q_OS_WIN // Qt does not tell there that a write has failed
     void engineThatClosesItsInputIsReplaced()
     {
         startDying(anHour);
@@ -376,6 +397,7 @@ private slots:
         EVENTUALLY(m_engine->starts().size() == 2 && m_engine->input().endsWith("}\n"));
         QCOMPARE(log().filter(QStringLiteral("Engine does not read, ending it")).size(), 1);
     }
+#endif
 
     void pollingStopsWhenTheConfigurationIsPosted()
     {

@@ -16,6 +16,10 @@
 
 #include <memory>
 
+#ifndef Q_OS_WIN
+#include "tests/support/fulldisk.h"
+#endif
+
 namespace
 {
 
@@ -481,6 +485,25 @@ private slots:
 #endif
         QVERIFY(readFile(rootsFile()) != before);
     }
+
+#ifndef Q_OS_WIN
+    void fullDiskLeavesTheOldRootsFileAndALine()
+    {
+        writeRoots({m_roots->path() + QStringLiteral("/gone")});
+        createForAccount();
+        const QByteArray before = readFile(rootsFile());
+        QVERIFY(before.size() > 16);
+        const QString root = makeRoot(QStringLiteral("New"));
+        {
+            const FullDisk full;
+            pick(root);
+        }
+        QCOMPARE(readFile(rootsFile()), before);
+        QVERIFY(!log().filter(QStringLiteral("Unable to write")).filter(rootsFile()).isEmpty());
+        pick(root);
+        QVERIFY(readFile(rootsFile()).contains("New"));
+    }
+#endif
 
     void deletedRootClearsTreeAndJsonFilesButTheConfiguration()
     {
