@@ -1,6 +1,7 @@
 #include "shell/placement.h"
 #include "shell/placementbookmarks.h"
 #include "shell/placementfiles.h"
+#include "tests/support/fulldisk.h"
 #include "tests/support/privileges.h"
 #include "tests/support/test.h"
 
@@ -267,6 +268,17 @@ private slots:
         QVERIFY(!create(m_root));
         QFile::setPermissions(gtkFile(), QFile::ReadOwner | QFile::WriteOwner);
         QCOMPARE(readFile(gtkFile()), QByteArray("file:///a\n"));
+    }
+
+    void fullDiskLeavesTheBookmarksAsTheyAre()
+    {
+        const QByteArray before = "file:///a/folder/of/the/user\n";
+        writeFile(gtkFile(), before);
+        {
+            const FullDisk full;
+            (void)create(m_root);
+        }
+        QCOMPARE(readFile(gtkFile()), before);
     }
 
     void fileBehindASymbolicLinkIsChangedThere()
