@@ -1,4 +1,4 @@
-// Any update feed: no item is older than the best one, and a second look finds the same.
+// Any update feed: what is found is a version with its addresses or nothing, and a second look finds the same.
 
 #include "fuzz/fuzz.h"
 #include "update/appcast.h"

@@ -293,6 +293,17 @@ private slots:
         QVERIFY(log().contains(QStringLiteral("maindlg: Shell command  website /any")));
     }
 
+    void noCommandOpensAnAddressOfItsSender()
+    {
+        create();
+        const QString address = QStringLiteral("http://sender.example/");
+        for (const char* command : {"http://sender.example/", "open", "WEBSITE", "website ", ""})
+            m_dialog->shellCommand(QLatin1String(command), address);
+        QCOMPARE(m_opened, QStringList());
+        m_dialog->shellCommand(QStringLiteral("website"), address);
+        QCOMPARE(m_opened, QStringList{QStringLiteral("https://www.orvel.example/kesta/vse")});
+    }
+
     void itemCommandsAskTheEngineAndOpenItsAnswer_data()
     {
         QTest::addColumn<QString>("command");
