@@ -251,7 +251,7 @@ private slots:
                 shell.connectToServer(QStringLiteral("kestaextcommands"));
                 QVERIFY(shell.waitForConnected(deadline()));
                 const QString command = QStringLiteral("revs|") + path;
-                shell.write(reinterpret_cast<const char*>(command.utf16()), command.size() * 2);
+                shell.write(QByteArray(reinterpret_cast<const char*>(command.utf16()), command.size() * 2));
                 QVERIFY(shell.waitForBytesWritten(deadline()));
                 shell.disconnectFromServer();
                 EVENTUALLY((output += client->readAllStandardError()).count("Shell command  revs") == query);
