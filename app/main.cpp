@@ -74,7 +74,7 @@ int main(int argc, char* argv[])
     DialogCld dialog;
     dialog.show();
     const int exitCode = QApplication::exec();
-    endRequest.reset();
+    endRequest.reset(); // first: a second request ends a client that hangs on its way out
     userLock.release();
     lock.detach(); // before the dialog goes: its end may wait for the engine, the next start need not
     return exitCode;
