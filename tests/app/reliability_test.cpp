@@ -215,8 +215,8 @@ private slots:
     void clientEndsWithinThreeSecondsWhateverTheEngineDoes_data()
     {
         QTest::addColumn<QString>("habit");
-        for (const char* habit : {"floods", "does not read", "is silent", "starts slowly", "breaks off in a line",
-                                  "keeps dying", "is not there"})
+        for (const char* habit : {"floods", "does not read", "is silent", "breaks off in a line", "keeps dying",
+                                  "is not there", "starts slowly"})
             QTest::newRow(habit) << QString::fromLatin1(habit);
     }
     void clientEndsWithinThreeSecondsWhateverTheEngineDoes()
