@@ -17,6 +17,7 @@ namespace
 {
 
 constexpr DWORD bufferSize = 16384;
+constexpr DWORD startTimeout = 5000; // ms
 constexpr int mostPaths = MAXIMUM_WAIT_OBJECTS - 1; // one waits for the stop
 
 /// Owns a kernel object; null is none.
@@ -127,6 +128,7 @@ struct WinFileWatcher::Private
 {
     Handle stop;
     Handle connected;
+    Handle armed; ///< every record, for the first time
     std::vector<std::unique_ptr<ChangeRecord>> records;
 };
 
@@ -144,6 +146,7 @@ WinFileWatcher::WinFileWatcher(const QStringList& paths, QObject* parent)
     }
     m_private->stop = Handle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     m_private->connected = Handle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
+    m_private->armed = Handle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     for (const QString& path : paths) {
         auto record = std::make_unique<ChangeRecord>();
         record->change.path = QDir::fromNativeSeparators(path);
@@ -167,6 +170,8 @@ WinFileWatcher::WinFileWatcher(const QStringList& paths, QObject* parent)
     }
     ORVEL_LOG << "size" << bufferSize;
     start(InheritPriority);
+    // The system collects changes from the first read on; what comes before it would be missed.
+    WaitForSingleObject(m_private->armed.get(), startTimeout);
 }
 
 WinFileWatcher::~WinFileWatcher()
@@ -209,6 +214,7 @@ void WinFileWatcher::run()
                 report(*record);
             record->read();
         }
+        SetEvent(m_private->armed.get());
         const DWORD count = static_cast<DWORD>(handles.size());
         const DWORD result = WaitForMultipleObjects(count, handles.data(), FALSE, INFINITE);
         if (result == WAIT_OBJECT_0) {
