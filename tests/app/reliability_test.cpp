@@ -52,6 +52,15 @@ private:
         return QTest::qWaitFor([&] { return process.state() == QProcess::NotRunning; }, deadline());
     }
 
+    /// For a client that does not do what is waited for: whether it runs, and what it said last.
+    static QByteArray stateOf(QProcess& client)
+    {
+        const QByteArray state = client.state() == QProcess::NotRunning
+                                     ? "ended with " + QByteArray::number(client.exitCode())
+                                     : QByteArray("running");
+        return state + ": " + client.readAllStandardError().right(1000);
+    }
+
     static QString dataDirectory(const QString& program)
     {
         return testHome() + QStringLiteral("/data/") + program;
@@ -237,7 +246,10 @@ private slots:
         } else if (habit == QLatin1String("starts slowly")) {
             EVENTUALLY(m_engine->isConnected());
         } else {
-            EVENTUALLY(m_engine->input().endsWith("}\n"));
+            const auto hasConfiguration = [this] {
+                return m_engine->input().endsWith("}\n");
+            };
+            QVERIFY2(QTest::qWaitFor(hasConfiguration, deadline()), stateOf(*client).constData());
         }
         if (habit == QLatin1String("floods")) {
             m_engine->flood("{\"what\":\"networkstate\",\"state\":\"ok\",\"uid\":5}\n", 1000000);
