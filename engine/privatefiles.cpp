@@ -36,14 +36,20 @@ void restrict(const QString& path)
         QFile::setPermissions(path, permissions & ownRights);
 }
 
+QString leftOverOf(const QString& name)
+{
+    static const QRegularExpression leftOver(QStringLiteral("^(.+)\\.(?!(?i)backup$)[A-Za-z]{6}$"));
+    return leftOver.match(name).captured(1);
+}
+
 void tidy(const QString& directory)
 {
     restrict(directory);
-    static const QRegularExpression leftOver(QStringLiteral("^(config\\.json|\\d+\\.json|qt_temp)\\.[A-Za-z]{6}$"));
+    static const QRegularExpression written(QStringLiteral("^(config\\.json|\\d+\\.json|qt_temp)$"));
     const QDir dir(directory);
     const QStringList names = dir.entryList(QDir::Files | QDir::Hidden | QDir::NoSymLinks);
     for (const QString& name : names) {
-        if (leftOver.match(name).hasMatch())
+        if (written.match(leftOverOf(name)).hasMatch())
             QFile::remove(dir.filePath(name));
         else if (name.endsWith(QLatin1String(".json")))
             restrict(dir.filePath(name));

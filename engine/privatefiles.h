@@ -15,6 +15,10 @@ bool write(const QString& path, const QByteArray& content);
 /// Takes from everybody but the user what rights to the file or directory they have.
 void restrict(const QString& path);
 
+/// The name of the file that was to be replaced, if @p name is that of the new text, which a killed program
+/// leaves beside it; otherwise empty. A name that ends in "backup" is somebody's own.
+QString leftOverOf(const QString& name);
+
 /// Tidies up the directory at start: everything in it that write() can have made is restricted, and what a
 /// killed write() left behind is removed.
 void tidy(const QString& directory);

@@ -7,6 +7,7 @@
 #include "syncfolder/syncfolder.h"
 #include "ui/desktop.h"
 #include "ui/mymenu.h"
+#include "ui/settingsfile.h"
 #include "ui/webpages.h"
 #include "update/updater.h"
 
@@ -40,6 +41,7 @@ DialogCld::DialogCld(QWidget* parent)
     createCommandReader();
     copyStatusIcons();
     nameApplication();
+    settingsfile::tidy();
     ORVEL_LOG << "maindlg:"
               << "STATE PATH" << m_server->stateDir();
     createSyncFolder();

@@ -52,6 +52,11 @@ private:
         return QTest::qWaitFor([&] { return process.state() == QProcess::NotRunning; }, deadline());
     }
 
+    bool isConfigured() const
+    {
+        return m_engine->input().endsWith("}\n");
+    }
+
     /// For a client that does not do what is waited for: whether it runs, and what it said last.
     static QByteArray stateOf(QProcess& client)
     {
@@ -122,7 +127,7 @@ private slots:
         const QByteArray seed = "{\"port\": 4444, \"password\": \"" + QByteArray(20000, 'p') + "\"}";
         writeFile(m_engine->installDir() + QStringLiteral("/config.json"), seed);
         const auto whole = start(QStringLiteral(ORVEL_CLIENT));
-        EVENTUALLY(m_engine->input().endsWith("}\n"));
+        EVENTUALLY(isConfigured());
         const QByteArray settled = readFile(config);
         QVERIFY(settled.size() > 20000 && settled != seed);
         whole->kill();
@@ -159,12 +164,30 @@ private slots:
             output += last->readAllStandardError();
             return output.contains("servercomm: Server Started!");
         };
-        QVERIFY(QTest::qWaitFor(hasStarted, deadline()));
+        QVERIFY2(QTest::qWaitFor(hasStarted, deadline()), (output.right(1000) + stateOf(*last)).constData());
         const QStringList left = QDir(data).entryList(QDir::Files | QDir::Hidden);
         QCOMPARE(left.filter(QStringLiteral("config.json")), QStringList{QStringLiteral("config.json")});
         QCOMPARE(left.filter(QStringLiteral("qt_temp")), QStringList());
         askToEnd(*last);
         QVERIFY(ended(*last));
+    }
+
+    void whatAKilledClientLeftBesideTheSettingsHoldsNobodyUpAndGoes()
+    {
+        // Killed before its name was in the lock, and before the new text was whole.
+        const QDir settings(testHome() + QStringLiteral("/config/Velmora d.d."));
+        const QString file = QStringLiteral("Orvel Storage.conf");
+        for (const char* leftOver : {".lock", ".lock.rmlock", ".AbCdEf"})
+            writeFile(settings.filePath(file + QLatin1String(leftOver)), QByteArray());
+        const QString foreign = file + QStringLiteral(".backup");
+        writeFile(settings.filePath(foreign), "the user's");
+
+        const auto client = start(QStringLiteral(ORVEL_CLIENT));
+        QVERIFY2(QTest::qWaitFor([this] { return isConfigured(); }, deadline()), stateOf(*client).constData());
+        askToEnd(*client);
+        QVERIFY(ended(*client));
+        QCOMPARE(settings.entryList(QDir::Files | QDir::Hidden), (QStringList{file, foreign}));
+        QVERIFY(QFile::remove(settings.filePath(foreign)));
     }
 
     void fiftyStartsAtTheSameMomentGiveOneClient()
@@ -175,7 +198,7 @@ private slots:
     void fiftyStartsAfterAKillGiveOneClient()
     {
         const auto killed = start(QStringLiteral(ORVEL_CLIENT));
-        EVENTUALLY(m_engine->input().endsWith("}\n"));
+        EVENTUALLY(isConfigured());
         killed->kill();
         QVERIFY(ended(*killed));
         EVENTUALLY(!m_engine->isConnected());
@@ -185,7 +208,7 @@ private slots:
     void startsAndPipeBehaveAfterTheTemporaryDirectoryWasCleaned()
     {
         const auto client = start(QStringLiteral(ORVEL_CLIENT));
-        EVENTUALLY(m_engine->input().endsWith("}\n"));
+        EVENTUALLY(isConfigured());
         QDir temporary(QDir::tempPath());
         const QStringList names = temporary.entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot);
         for (const QString& name : names) {
@@ -215,7 +238,7 @@ private slots:
         QCOMPARE(client->exitCode(), 0);
 
         const auto next = start(QStringLiteral(ORVEL_CLIENT));
-        EVENTUALLY(m_engine->starts().size() == 2 && m_engine->input().endsWith("}\n"));
+        EVENTUALLY(m_engine->starts().size() == 2 && isConfigured());
         QVERIFY(reachesPipe());
         askToEnd(*next);
         QVERIFY(ended(*next));
@@ -224,8 +247,8 @@ private slots:
     void clientEndsWithinThreeSecondsWhateverTheEngineDoes_data()
     {
         QTest::addColumn<QString>("habit");
-        for (const char* habit : {"floods", "does not read", "is silent", "breaks off in a line", "keeps dying",
-                                  "is not there", "starts slowly"})
+        for (const char* habit : {"floods", "does not read", "is silent", "starts slowly", "breaks off in a line",
+                                  "keeps dying", "is not there"})
             QTest::newRow(habit) << QString::fromLatin1(habit);
     }
     void clientEndsWithinThreeSecondsWhateverTheEngineDoes()
@@ -246,10 +269,7 @@ private slots:
         } else if (habit == QLatin1String("starts slowly")) {
             EVENTUALLY(m_engine->isConnected());
         } else {
-            const auto hasConfiguration = [this] {
-                return m_engine->input().endsWith("}\n");
-            };
-            QVERIFY2(QTest::qWaitFor(hasConfiguration, deadline()), stateOf(*client).constData());
+            QVERIFY2(QTest::qWaitFor([this] { return isConfigured(); }, deadline()), stateOf(*client).constData());
         }
         if (habit == QLatin1String("floods")) {
             m_engine->flood("{\"what\":\"networkstate\",\"state\":\"ok\",\"uid\":5}\n", 1000000);
@@ -273,7 +293,7 @@ private slots:
             QVERIFY(says("networkstate"));
         } else if (habit == QLatin1String("keeps dying")) {
             for (int death = 1; death <= 5; ++death) {
-                EVENTUALLY(m_engine->starts().size() == death && m_engine->input().endsWith("}\n"));
+                EVENTUALLY(m_engine->starts().size() == death && isConfigured());
                 m_engine->crash();
             }
             QVERIFY(says("Engine keeps dying, next start in 1000 ms, exit code 9"));
@@ -300,7 +320,7 @@ private:
                 count += client->state() != QProcess::NotRunning ? 1 : 0;
             return count;
         };
-        EVENTUALLY(m_engine->starts().size() == engineStarts && m_engine->input().endsWith("}\n"));
+        EVENTUALLY(m_engine->starts().size() == engineStarts && isConfigured());
         QVERIFY(QTest::qWaitFor([&] { return running() == 1; }, 6 * deadline()));
         for (const auto& client : clients) {
             if (client->state() == QProcess::NotRunning) {

@@ -1,0 +1,25 @@
+#include "ui/settingsfile.h"
+
+#include "engine/privatefiles.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <QSettings>
+
+namespace settingsfile
+{
+
+void tidy()
+{
+    const QFileInfo file(QSettings().fileName());
+    QDir directory = file.dir();
+    const QStringList names = directory.entryList(QDir::Files | QDir::Hidden | QDir::NoSymLinks);
+    const QString lock = file.fileName() + QStringLiteral(".lock");
+    for (const QString& name : names) {
+        if (name == lock || name == lock + QStringLiteral(".rmlock") ||
+            privatefiles::leftOverOf(name) == file.fileName())
+            directory.remove(name);
+    }
+}
+
+} // namespace settingsfile
