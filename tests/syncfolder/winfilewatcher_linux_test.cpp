@@ -777,13 +777,17 @@ void WinFileWatcherLinuxTest::swappedDirectoriesAreWatchedUnderTheirNewNames()
     QVERIFY(watch.catchUp(m_markers));
     const QByteArray one = QFile::encodeName(inRoot("one"));
     const QByteArray two = QFile::encodeName(inRoot("two/second"));
-    for (int i = 0; i < 101; ++i)
+    for (int i = 0; i < 100; ++i) {
         QCOMPARE(renameat2(AT_FDCWD, one.constData(), AT_FDCWD, two.constData(), RENAME_EXCHANGE), 0);
-    QVERIFY(watch.catchUp(m_markers));
-    watch.forget();
-    for (const char* directory : {"one/deep", "two/second/first/deep"}) {
-        writeFile(inRoot(directory) + text("/file"), "content");
-        EVENTUALLY(watch.hasReported(inRoot(directory)));
+        if (i % 3 == 0)
+            QVERIFY(watch.catchUp(m_markers)); // else the swap is still to be found out
+        watch.forget();
+        const bool isSwapped = i % 2 == 0;
+        for (const char* directory :
+             {isSwapped ? "one/deep" : "one/first/deep", isSwapped ? "two/second/first/deep" : "two/second/deep"}) {
+            writeFile(inRoot(directory) + text("/file"), QByteArray::number(i));
+            EVENTUALLY(watch.hasReported(inRoot(directory)));
+        }
     }
     EVENTUALLY(watchCount() == directoriesIn(m_root).size() + 1);
 }

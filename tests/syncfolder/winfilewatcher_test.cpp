@@ -32,6 +32,8 @@ constexpr bool followsMovedTrees = false; // Wine does not; Windows does
 constexpr bool followsMovedTrees = true;
 #endif
 
+constexpr int moves = 100;
+
 } // namespace
 
 class WinFileWatcherTest final : public Test
@@ -66,6 +68,7 @@ private slots:
     void everyRootIsWatched();
     void directoriesMadeAtOnceAreReportedDownToTheFile();
     void renamedDirectoryIsWatchedUnderItsNewName();
+    void directoryMovedWithinTheRootIsWatchedInItsNewPlace();
     void movedInTreeIsWatched();
     void movedOutTreeIsNoLongerReported();
     void treeMovedOutAndInAgainIsWatched();
@@ -251,7 +254,7 @@ void WinFileWatcherTest::directoriesMadeAtOnceAreReportedDownToTheFile()
     Watch watch({m_root});
     watch.connect();
     QVERIFY(watch.catchUp(m_markers));
-    for (int i = 0; i < 30; ++i) {
+    for (int i = 0; i < moves; ++i) {
         const QString top = m_root + text("/top") + QString::number(i);
         writeFile(top + text("/a/b/c/file"), "content");
         EVENTUALLY(watch.hasReported(m_root));
@@ -264,77 +267,105 @@ void WinFileWatcherTest::renamedDirectoryIsWatchedUnderItsNewName()
 {
     if (!followsMovedTrees)
         QSKIP("Wine knows a moved directory by its old name, and sees nothing in one that comes with its content");
-    QVERIFY(QDir().mkpath(m_root + text("/old/a/b")));
-    QVERIFY(QDir().mkpath(m_root + text("/other")));
+    QVERIFY(QDir().mkpath(m_root + text("/tree0/a/b")));
     Watch watch({m_root});
     watch.connect();
     QVERIFY(watch.catchUp(m_markers));
+    for (int i = 0; i < moves; ++i) {
+        const QString before = m_root + text("/tree") + QString::number(i);
+        const QString after = m_root + text("/tree") + QString::number(i + 1);
+        QVERIFY(QDir().rename(before, after));
+        const bool isKnown = i % 2 == 0; // else it is still to be found out when the file is written
+        QVERIFY(!isKnown || watch.catchUp(m_markers));
+        watch.forget();
+        writeFile(after + text("/a/b/file"), "content");
+        EVENTUALLY(watch.hasReported(after + text("/a/b")));
+        QVERIFY(!isKnown || !watch.hasReported(before + text("/a/b")));
+    }
+}
 
-    QVERIFY(QDir().rename(m_root + text("/old"), m_root + text("/new")));
+void WinFileWatcherTest::directoryMovedWithinTheRootIsWatchedInItsNewPlace()
+{
+    if (!followsMovedTrees)
+        QSKIP("Wine knows a moved directory by its old name, and sees nothing in one that comes with its content");
+    QVERIFY(QDir().mkpath(m_root + text("/place0/tree/a/b")));
+    QVERIFY(QDir().mkpath(m_root + text("/place1/deeper")));
+    Watch watch({m_root});
+    watch.connect();
     QVERIFY(watch.catchUp(m_markers));
-    writeFile(m_root + text("/new/a/b/file"), "content");
-    EVENTUALLY(watch.hasReported(m_root + text("/new/a/b")));
-
-    QVERIFY(QDir().rename(m_root + text("/new/a"), m_root + text("/other/a")));
-    QVERIFY(watch.catchUp(m_markers));
-    watch.forget();
-    writeFile(m_root + text("/other/a/b/file"), "content again");
-    EVENTUALLY(watch.hasReported(m_root + text("/other/a/b")));
-    QVERIFY(!watch.hasReported(m_root + text("/new/a/b")));
+    const QStringList places{m_root + text("/place0/tree"), m_root + text("/place1/deeper/tree")};
+    for (int i = 0; i < moves; ++i) {
+        const QString& before = places[i % 2];
+        const QString& after = places[1 - i % 2];
+        QVERIFY(QDir().rename(before, after));
+        const bool isKnown = i % 4 < 2;
+        QVERIFY(!isKnown || watch.catchUp(m_markers));
+        watch.forget();
+        writeFile(after + text("/a/b/file"), QByteArray::number(i));
+        EVENTUALLY(watch.hasReported(after + text("/a/b")));
+        QVERIFY(!isKnown || !watch.hasReported(before + text("/a/b")));
+    }
 }
 
 void WinFileWatcherTest::movedInTreeIsWatched()
 {
     if (!followsMovedTrees)
         QSKIP("Wine knows a moved directory by its old name, and sees nothing in one that comes with its content");
-    writeFile(m_outside + text("/tree/a/b/file"), "content");
+    for (int i = 0; i < moves; ++i)
+        writeFile(m_outside + text("/tree") + QString::number(i) + text("/a/b/file"), "content");
     Watch watch({m_root});
     watch.connect();
     QVERIFY(watch.catchUp(m_markers));
-    watch.forget();
-
-    QVERIFY(QDir().rename(m_outside + text("/tree"), m_root + text("/tree")));
-    EVENTUALLY(watch.hasReported(m_root));
-    QVERIFY(watch.catchUp(m_markers));
-    watch.forget();
-    writeFile(m_root + text("/tree/a/b/file"), "content again");
-    EVENTUALLY(watch.hasReported(m_root + text("/tree/a/b")));
+    for (int i = 0; i < moves; ++i) {
+        const QString name = text("/tree") + QString::number(i);
+        watch.forget();
+        QVERIFY(QDir().rename(m_outside + name, m_root + name));
+        if (i % 2 == 0) {
+            EVENTUALLY(watch.hasReported(m_root));
+            QVERIFY(watch.catchUp(m_markers));
+            watch.forget();
+        }
+        writeFile(m_root + name + text("/a/b/file"), "content again");
+        EVENTUALLY(watch.hasReported(m_root + name + text("/a/b")));
+    }
 }
 
 void WinFileWatcherTest::movedOutTreeIsNoLongerReported()
 {
     if (!followsMovedTrees)
         QSKIP("Wine knows a moved directory by its old name, and sees nothing in one that comes with its content");
-    writeFile(m_root + text("/tree/a/b/file"), "content");
+    for (int i = 0; i < moves; ++i)
+        writeFile(m_root + text("/tree") + QString::number(i) + text("/a/b/file"), "content");
     Watch watch({m_root});
     watch.connect();
     QVERIFY(watch.catchUp(m_markers));
-    watch.forget();
-
-    QVERIFY(QDir().rename(m_root + text("/tree"), m_outside + text("/tree")));
-    EVENTUALLY(watch.hasReported(m_root));
-    QVERIFY(watch.catchUp(m_markers));
-    watch.forget();
-    writeFile(m_outside + text("/tree/a/b/file"), "content again");
-    writeFile(m_outside + text("/tree/new"), "content");
-    QVERIFY(watch.catchUp(m_markers));
-    watch.stop();
-    for (const QString& directory : watch.reported())
-        QVERIFY2(directory.startsWith(m_markers) || directory == m_root, qPrintable(directory));
+    for (int i = 0; i < moves; ++i) {
+        const QString name = text("/tree") + QString::number(i);
+        watch.forget();
+        QVERIFY(QDir().rename(m_root + name, m_outside + name));
+        EVENTUALLY(watch.hasReported(m_root));
+        QVERIFY(watch.catchUp(m_markers));
+        watch.forget();
+        writeFile(m_outside + name + text("/a/b/file"), "content again");
+        writeFile(m_outside + name + text("/new"), "content");
+        QVERIFY(watch.catchUp(m_markers));
+        for (const QString& directory : watch.reported())
+            QVERIFY2(directory.startsWith(m_markers) || directory == m_root, qPrintable(directory));
+    }
 }
 
 void WinFileWatcherTest::treeMovedOutAndInAgainIsWatched()
 {
     if (!followsMovedTrees)
         QSKIP("Wine knows a moved directory by its old name, and sees nothing in one that comes with its content");
-    QVERIFY(QDir().mkpath(m_root + text("/tree/a/b")));
+    QVERIFY(QDir().mkpath(m_root + text("/tree0/a/b")));
     Watch watch({m_root});
     watch.connect();
     QVERIFY(watch.catchUp(m_markers));
-    for (int i = 0; i < 30; ++i) {
+    for (int i = 0; i < moves; ++i) {
         const QString out = m_outside + text("/tree");
-        const QString in = m_root + text("/tree") + QString::number(i);
-        QVERIFY(QDir().rename(i == 0 ? m_root + text("/tree") : m_root + text("/tree") + QString::number(i - 1), out));
+        const QString in = m_root + text("/tree") + QString::number(i + 1);
+        QVERIFY(QDir().rename(m_root + text("/tree") + QString::number(i), out));
         if (i % 2 == 0)
             QVERIFY(watch.catchUp(m_markers));
         QVERIFY(QDir().rename(out, in));
