@@ -189,15 +189,17 @@ void WatchedTree::readEvents()
 
 bool WatchedTree::isIncomplete() const
 {
-    return m_incomplete;
+    return m_incomplete || m_rootLeft;
 }
 
 void WatchedTree::recheck()
 {
-    if (m_queue.isValid())
-        changed(m_rootPath);
-    else
+    if (m_rootLeft && !openPath(m_absoluteRoot + '/').isValid())
+        return;
+    if (m_rootLeft || !m_queue.isValid())
         rebuild();
+    else
+        changed(m_rootPath);
     finish();
 }
 
@@ -216,13 +218,14 @@ void WatchedTree::removeDetached()
     }
 }
 
-/// Notifications were lost: everything known about the tree may be wrong.
+/// Notifications were lost or the root is another one: everything known about the tree may be wrong.
 void WatchedTree::rebuild()
 {
     ORVEL_LOG << "Filename changed " << QString() << " action " << Overflow;
     changed(m_rootPath);
     m_overflowed = false;
     m_incomplete = false;
+    m_rootLeft = false;
     m_directories.clear();
     m_unread.clear();
     m_later.clear();
@@ -237,6 +240,7 @@ void WatchedTree::rebuild()
     }
     m_root = FileDescriptor();
     m_queue = FileDescriptor();
+    m_rootLeft = opened == Opened::NoDirectory;
 }
 
 void WatchedTree::handle(const inotify_event& event)
@@ -288,6 +292,7 @@ void WatchedTree::handleRootEvent(quint32 mask)
         return;
     ORVEL_LOG << "Filename changed " << QString() << " action " << ((mask & IN_MOVE_SELF) != 0 ? OldName : Removed);
     changed(m_rootPath);
+    m_rootLeft = true;
 }
 
 /// Looks what directory is called @p name now.

@@ -53,7 +53,7 @@ public:
         NoDirectory,
         NoQueue
     };
-    /// How long a tree is left alone that the system does not let be watched as a whole, in ms; shorter in tests.
+    /// How long a tree is left alone that cannot be watched as a whole now, in ms; shorter in tests.
     static std::atomic<int> recheckPause;
     /// Bytes of notifications that one readEvents() takes.
     static constexpr std::size_t bufferSize = 16384;
@@ -71,10 +71,10 @@ public:
     int queue() const;
     /// Takes one buffer of notifications and reports it; to be called when the queue has some.
     void readEvents();
-    /// Whether the system's limits leave a part of the tree without a watch, so that recheck() is due from time to
-    /// time.
+    /// Whether the system's limits leave a part of the tree without a watch or the root has left its place, so that
+    /// recheck() is due from time to time.
     bool isIncomplete() const;
-    /// Reports the root for all that may have been missed.
+    /// Reports the root for all that may have been missed, unless there is none; one that is back is watched again.
     void recheck();
     /// Whether watches wait for removeDetached().
     bool hasDetached() const;
@@ -146,6 +146,7 @@ private:
     int m_lastWatch = 0; ///< the directory of m_lastPath; 0 for none
     QString m_lastPath;
     bool m_overflowed = false;
-    bool m_incomplete = false;
+    bool m_incomplete = false; ///< for the system's limits
+    bool m_rootLeft = false;
     bool m_limitLogged = false;
 };

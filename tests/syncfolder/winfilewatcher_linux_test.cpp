@@ -14,6 +14,7 @@
 #include <sched.h>
 #include <sys/inotify.h>
 #include <sys/mman.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -257,6 +258,8 @@ private slots:
     void stopBeforeAnybodyIsConnected();
     void removedRootIsReportedAndTheThreadSleeps();
     void renamedRootIsReportedAndTheThreadSleeps();
+    void rootThatComesBackIsReportedAndWatchedAgain();
+    void diskThatIsUnmountedIsReportedOnceAndWatchedAgainWhenItIsBack();
     void watchesOfAMovedOutTreeAreRemoved();
     void swappedDirectoriesAreWatchedUnderTheirNewNames();
     void unreadableDirectoryIsWatchedOnceItIsReadable();
@@ -750,6 +753,62 @@ void WinFileWatcherLinuxTest::renamedRootIsReportedAndTheThreadSleeps()
     QVERIFY(QDir().mkpath(renamed + text("/a/b")));
     QVERIFY(watch.catchUp(m_outside));
     QVERIFY(restsNow(*own));
+}
+
+void WinFileWatcherLinuxTest::rootThatComesBackIsReportedAndWatchedAgain()
+{
+    WatchedTree::recheckPause = 20;
+    Watch watch({m_root, m_outside});
+    watch.connect();
+    QVERIFY(watch.catchUp(m_markers));
+    const QString away = m_directory->filePath(text("away"));
+    for (const bool isSame : {true, false}) {
+        QVERIFY(QDir().rename(m_root, away));
+        EVENTUALLY(watch.hasReported(m_root));
+        QVERIFY(watch.catchUp(m_outside));
+        watch.forget();
+        QVERIFY(isSame ? QDir().rename(away, m_root) : QDir().mkpath(inRoot("new")));
+        EVENTUALLY(watch.hasReported(m_root));
+        QVERIFY(watch.catchUp(isSame ? m_markers : inRoot("new")));
+    }
+}
+
+void WinFileWatcherLinuxTest::diskThatIsUnmountedIsReportedOnceAndWatchedAgainWhenItIsBack()
+{
+    const QString disk = m_directory->filePath(text("disk"));
+    const QString root = disk + text("/root");
+    QVERIFY(QDir().mkpath(disk));
+    const QByteArray mountPoint = QFile::encodeName(disk);
+    const auto plugIn = [&] {
+        return mount("none", mountPoint.constData(), "tmpfs", 0, nullptr) == 0;
+    };
+    // Mounts of this test are nobody else's.
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 || !plugIn())
+        QSKIP("this user may not mount");
+    writeFile(root + text("/a/b/file"), "content");
+    const QStringList before = threads();
+    Watch watch({root, m_outside});
+    watch.connect();
+    QVERIFY(watch.catchUp(root + text("/a/b")));
+    const QStringList all = threads();
+    const auto own = std::find_if(all.cbegin(), all.cend(), [&](const QString& id) { return !before.contains(id); });
+    QVERIFY(own != all.cend());
+    watch.forget();
+
+    WatchedTree::recheckPause = 20;
+    QCOMPARE(umount2(mountPoint.constData(), 0), 0); // the watcher keeps nothing open on it
+    EVENTUALLY(watch.hasReported(root));
+    QVERIFY(watch.catchUp(m_outside)); // the other root is still watched
+    watch.forget();
+    QVERIFY(restsNow(*own));
+    QCOMPARE(watch.reported().filter(root), QStringList());
+
+    QVERIFY(plugIn());
+    QVERIFY(QDir().mkpath(root + text("/a")));
+    EVENTUALLY(watch.hasReported(root));
+    QVERIFY(watch.catchUp(root + text("/a")));
+    QCOMPARE(umount2(mountPoint.constData(), 0), 0);
+    EVENTUALLY(watch.reported().last() == root);
 }
 
 void WinFileWatcherLinuxTest::watchesOfAMovedOutTreeAreRemoved()
