@@ -39,9 +39,11 @@ private:
         return qMax(usual, qEnvironmentVariableIntValue(variable));
     }
 
-    std::unique_ptr<QProcess> start(const QString& program, const QStringList& arguments = QStringList()) const
+    std::unique_ptr<QProcess> start(const QString& program, const QStringList& arguments = {},
+                                    const QStringList& variables = {}) const
     {
         auto process = std::make_unique<QProcess>();
+        process->setEnvironment(QProcess::systemEnvironment() + variables);
         process->setWorkingDirectory(m_engine->installDir());
         process->start(program, arguments);
         return process;
@@ -64,6 +66,15 @@ private:
                                      ? "ended with " + QByteArray::number(client.exitCode())
                                      : QByteArray("running");
         return state + ": " + client.readAllStandardError().right(1000);
+    }
+
+    /// In KiB; 0 once it has ended.
+    static qint64 mostMemoryOf(const QProcess& process)
+    {
+        const QByteArray status = readFile(QStringLiteral("/proc/%1/status").arg(process.processId()));
+        const QByteArray field = "VmHWM:";
+        const int at = status.indexOf(field);
+        return at < 0 ? 0 : status.mid(at + field.size()).trimmed().split(' ').first().toLongLong();
     }
 
     static QString dataDirectory(const QString& program)
@@ -242,6 +253,26 @@ private slots:
         QVERIFY(reachesPipe());
         askToEnd(*next);
         QVERIFY(ended(*next));
+    }
+
+    void floodTakesNoMemoryAlong()
+    {
+        const auto client = start(QStringLiteral(ORVEL_CLIENT), {}, {QStringLiteral("QT_LOGGING_RULES=*=false")});
+        QVERIFY2(QTest::qWaitFor([this] { return isConfigured(); }, deadline()), stateOf(*client).constData());
+        const qint64 before = mostMemoryOf(*client);
+        qint64 most = before;
+        m_engine->flood("{\"what\":\"networkstate\",\"state\":\"ok\",\"uid\":5}\n", 1000000);
+        m_engine->say("{\"what\":\"exit\"}");
+        const auto hasEnded = [&] {
+            most = qMax(most, mostMemoryOf(*client));
+            return client->state() == QProcess::NotRunning;
+        };
+        QVERIFY(QTest::qWaitFor(hasEnded, 6 * deadline()));
+        QVERIFY(before > 0);
+#ifndef __SANITIZE_ADDRESS__ // it keeps what was freed for a while
+        const QString figures = QStringLiteral("%1 KiB, then %2").arg(before).arg(most);
+        QVERIFY2(most - before < 4096, qPrintable(figures));
+#endif
     }
 
     void clientEndsWithinThreeSecondsWhateverTheEngineDoes_data()
