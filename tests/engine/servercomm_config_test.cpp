@@ -4,8 +4,14 @@
 
 #include <QFileInfo>
 #include <QSignalSpy>
+#include <QStandardPaths>
 
-#ifndef Q_OS_WIN
+#ifdef Q_OS_WIN
+#include <windows.h>
+
+#include <aclapi.h>
+#include <sddl.h>
+#else
 #include "tests/support/fulldisk.h"
 
 #include <sys/stat.h>
@@ -29,7 +35,24 @@ class ServerCommConfigTest final : public ServerCommTest
         return createServer();
     }
 
-#ifndef Q_OS_WIN
+#ifdef Q_OS_WIN
+    /// The list of who may do what, in the system's text form.
+    static QString accessListOf(const QString& path)
+    {
+        PSECURITY_DESCRIPTOR descriptor = nullptr;
+        wchar_t* list = nullptr;
+        if (GetNamedSecurityInfoW(reinterpret_cast<const wchar_t*>(QDir::toNativeSeparators(path).utf16()),
+                                  SE_FILE_OBJECT, DACL_SECURITY_INFORMATION, nullptr, nullptr, nullptr, nullptr,
+                                  &descriptor) != ERROR_SUCCESS)
+            return {};
+        ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION,
+                                                             &list, nullptr);
+        const QString text = QString::fromWCharArray(list);
+        LocalFree(list);
+        LocalFree(descriptor);
+        return text;
+    }
+#else
     static constexpr auto everybodyReads = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther;
 
     static unsigned rights(const QString& path)
@@ -159,7 +182,22 @@ private slots:
                  QStringList{QStringLiteral("config.json")});
     }
 
-#ifndef Q_OS_WIN
+#ifdef Q_OS_WIN
+    void directoryAndFileHaveTheAccessListOfTheUsersProfile()
+    {
+        const QString profile = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+        const QString plainDirectory = profile + QStringLiteral("/plain");
+        const QString plainFile = plainDirectory + QStringLiteral("/file");
+        writeFile(plainFile, "content");
+        const QString directory = createServer().stateDir();
+        m_server->saveConfig(false);
+        for (const QString& path : {directory, m_server->configPath()})
+            QVERIFY2(accessListOf(path).contains(u'('), qPrintable(accessListOf(path))); // with entries
+        QCOMPARE(accessListOf(directory), accessListOf(plainDirectory));
+        QCOMPARE(accessListOf(m_server->configPath()), accessListOf(plainFile));
+        QVERIFY(QDir(plainDirectory).removeRecursively());
+    }
+#else
     void directoryAndFileAreTheUsersAlone()
     {
         writeFile(m_engine->installDir() + QStringLiteral("/config.json"), "{\"port\": 4444}");
