@@ -27,9 +27,17 @@ Machine machineFor(std::size_t size)
     return machine;
 }
 
+/// What the file says nothing about can be told from what it denies.
 EngineConfig beforeReading()
 {
     EngineConfig config;
+    config.homepath = QStringLiteral("/before");
+    config.homefolder = QStringLiteral("before");
+    config.password = QStringLiteral("before");
+    config.dirs = QStringList{QStringLiteral("My Videos")};
+    config.webacc = true;
+    config.upnp = true;
+    config.itunes = true;
     config.syncfolders = QStringList{QStringLiteral("Orvel Storage")};
     config.appname = QStringLiteral("Orvel Storage");
     config.organization = QStringLiteral("Velmora d.d.");

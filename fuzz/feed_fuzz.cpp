@@ -97,8 +97,14 @@ private:
     bool m_stopped = false;
 };
 
-/// Reads on to the end of the element, or as far as it goes. What the document of the other parser loses (types and
-/// their entities, attributes that differ in their prefix only) is not plain.
+bool hasOddBlank(const QString& value)
+{
+    return value.contains(u'\t') || value.contains(u'\n') || value.contains(u'\r');
+}
+
+/// Reads on to the end of the element, or as far as it goes. What the other parser's document loses is not plain:
+/// types and their entities, attributes that differ in their prefix only, and which blanks in an attribute's value
+/// were written as references (the others are spaces).
 void readTree(QXmlStreamReader& reader, Element& element, bool& isPlain)
 {
     while (!reader.atEnd()) {
@@ -111,6 +117,7 @@ void readTree(QXmlStreamReader& reader, Element& element, bool& isPlain)
             QSet<QStringRef> names;
             for (const QXmlStreamAttribute& attribute : attributes) {
                 names << attribute.name();
+                isPlain = isPlain && !hasOddBlank(attribute.value().toString());
                 if (attribute.namespaceUri().isEmpty() && attribute.name() == QLatin1String("url"))
                     child.url = attribute.value().toString();
                 if (attribute.namespaceUri() == sparkle && attribute.name() == QLatin1String("version"))
@@ -137,13 +144,18 @@ void readTree(QXmlStreamReader& reader, Element& element, bool& isPlain)
     }
 }
 
+QString withSpaces(QString value)
+{
+    return value.replace(QRegularExpression(QStringLiteral("\r\n|[\t\n\r]")), QStringLiteral(" "));
+}
+
 Element treeOf(const QDomElement& dom)
 {
     Element element;
     element.name = dom.localName();
     element.space = dom.namespaceURI();
-    element.url = dom.attribute(QStringLiteral("url"));
-    element.version = dom.attributeNS(sparkle, QStringLiteral("version"));
+    element.url = withSpaces(dom.attribute(QStringLiteral("url")));
+    element.version = withSpaces(dom.attributeNS(sparkle, QStringLiteral("version")));
     for (QDomNode node = dom.firstChild(); !node.isNull(); node = node.nextSibling()) {
         if (node.isElement())
             element.children.push_back(treeOf(node.toElement()));

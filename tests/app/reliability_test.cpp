@@ -10,10 +10,30 @@
 #include <QProcess>
 #include <QRandomGenerator>
 #include <QSharedMemory>
+#include <QTemporaryDir>
 #include <QThread>
+
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <memory>
 #include <vector>
+
+/// A program of another user of the computer; only root can start one.
+class OtherUser final : public QProcess
+{
+    Q_OBJECT
+
+public:
+    static constexpr uid_t id = 65534;
+
+protected:
+    void setupChildProcess() override
+    {
+        if (setgid(id) != 0 || setuid(id) != 0)
+            _exit(1);
+    }
+};
 
 class ReliabilityTest final : public Test
 {
@@ -214,6 +234,57 @@ private slots:
         QVERIFY(ended(*killed));
         EVENTUALLY(!m_engine->isConnected());
         fiftyStarts(2);
+    }
+
+    void twoUsersOfOneComputerEachHaveTheirClientAndPipe()
+    {
+        if (geteuid() != 0)
+            QSKIP("only root can be two users");
+        const QTemporaryDir computer(QStringLiteral("/tmp/computer-XXXXXX")); // the test's own is for its user alone
+        const QString temporary = computer.filePath(QStringLiteral("tmp"));
+        const QString program = computer.filePath(QStringLiteral("orvel"));
+        const QString home = computer.filePath(QStringLiteral("home"));
+        const QString runtime = home + QStringLiteral("/runtime");
+        QVERIFY(QDir().mkpath(temporary) && QDir().mkpath(runtime) &&
+                QFile::copy(QStringLiteral(ORVEL_CLIENT), program));
+        for (const QString& path : {computer.path(), program})
+            QCOMPARE(chmod(QFile::encodeName(path).constData(), 0755), 0);
+        QCOMPARE(chmod(QFile::encodeName(temporary).constData(), 01777), 0);
+        for (const QString& path : {home, runtime})
+            QVERIFY(chmod(QFile::encodeName(path).constData(), 0700) == 0 &&
+                    chown(QFile::encodeName(path).constData(), OtherUser::id, OtherUser::id) == 0);
+        const QStringList shared{QStringLiteral("TMPDIR=") + temporary};
+        QStringList own = shared;
+        own << QStringLiteral("XDG_RUNTIME_DIR=") + runtime;
+        for (const char* name : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME"})
+            own << QLatin1String(name) + QLatin1Char('=') + home;
+        const auto startAsOther = [&] {
+            auto process = std::make_unique<OtherUser>();
+            process->setEnvironment(QProcess::systemEnvironment() + own);
+            process->setWorkingDirectory(home);
+            process->start(program, QStringList());
+            return process;
+        };
+        const auto leaves = [](QProcess& client) {
+            return ended(client) && client.exitCode() == 1 &&
+                   client.readAllStandardError().endsWith("\nshared memory exists\n");
+        };
+
+        const auto client = start(program, {}, shared);
+        QVERIFY2(QTest::qWaitFor([this] { return isConfigured(); }, deadline()), stateOf(*client).constData());
+        const auto others = startAsOther();
+        QByteArray output;
+        EVENTUALLY((output += others->readAllStandardError()).contains("Process start error  0")); // there is no engine
+        const QString pipe = QStringLiteral("/kestaextcommands");
+        QCOMPARE(QFileInfo(temporary + pipe).ownerId(), 0U);
+        QCOMPARE(QFileInfo(runtime + pipe).ownerId(), OtherUser::id);
+        QVERIFY(leaves(*start(program, {}, shared)));
+        QVERIFY(leaves(*startAsOther()));
+        for (QProcess* each : {static_cast<QProcess*>(others.get()), client.get()}) {
+            askToEnd(*each);
+            QVERIFY(ended(*each));
+            QCOMPARE(each->exitCode(), 0);
+        }
     }
 
     void startsAndPipeBehaveAfterTheTemporaryDirectoryWasCleaned()
