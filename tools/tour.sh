@@ -62,8 +62,31 @@ window_gone() {
   ! window_shown "$1"
 }
 
+# shoot WINDOW FILE: once two pictures are the same, that is, once it has painted what another window had covered.
+shoot() {
+  local file=$shots/$2 before=$shots/.before.png tries
+  import -window "$1" "$file"
+  for ((tries = 0; tries < 20; ++tries)); do
+    mv "$file" "$before"
+    read -rt 0.1 <> <(:) || true
+    import -window "$1" "$file"
+    [[ $(compare -metric AE "$before" "$file" null: 2>&1) != 0 ]] || break
+  done
+}
+
 shoot_window() {
-  import -window "$(window_of "$1")" "$shots/$2"
+  shoot "$(window_of "$1")" "$2"
+}
+
+window_manager_runs() {
+  xprop -root _NET_SUPPORTING_WM_CHECK | grep -q 'window id'
+}
+
+is_above() {
+  local upper lower
+  upper=$(printf '0x%x' "$(window_of "$1")")
+  lower=$(printf '0x%x' "$(window_of "$2")")
+  xprop -root _NET_CLIENT_LIST_STACKING | grep -qE "$lower\b.*$upper\b"
 }
 
 # The visible windows of the client that are of one of these types, such as TOOLTIP or UTILITY.
@@ -83,7 +106,7 @@ kind_gone() {
 }
 
 shoot_kind() {
-  import -window "$(windows_of_kind "$1" | head -n 1)" "$shots/$2"
+  shoot "$(windows_of_kind "$1" | head -n 1)" "$2"
 }
 
 # The tray is the bar that trayer draws; the icon is the client's window in it.
@@ -238,6 +261,7 @@ say "The tour, in $home"
 fake_browser
 start_feed
 start_display
+await "a window manager" window_manager_runs
 start_client
 await "the main window, on a desktop without a tray" window_shown "Orvel Storage"
 start_tray
@@ -246,6 +270,7 @@ await "an icon in the tray" icon_in_tray
 
 say "The guide"
 await "the guide of the first start" window_shown "Welcome to Orvel Storage"
+await "the guide in front of the main window" is_above "Welcome to Orvel Storage" "Orvel Storage"
 for page in 1 2 3 4; do
   shoot_window "Welcome to Orvel Storage" "guide-$page.png"
   xdotool windowfocus --sync "$(window_of "Welcome to Orvel Storage")" key Return
