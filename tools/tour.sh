@@ -196,7 +196,7 @@ tidy_up() {
 trap tidy_up EXIT
 
 lay_out "$1" "$installation"
-rm -rf "$shots" "$folder" "$home/cloud" "$home/.local/share/orvel" "$home/.config/Velmora d.d."
+rm -rf "$shots" "$home"/orvel*.log "$folder" "$home/cloud" "$home/.local/share/orvel" "$home/.config/Velmora d.d."
 mkdir -p "$shots"
 in_trial_home "$home"
 export ORVEL_LOCAL_CLOUD=$home/cloud
@@ -250,6 +250,7 @@ leave() {
   wait "$leaving" || status=$?
   [[ $status == 1 ]] || give_up "the client ended with $status instead of 1"
   if pgrep -f "$installation/erlang" >/dev/null; then give_up "an engine was left behind"; fi
+  cat "$log" >>"$home/orvel.log"
   seen "Exit, with code 1, and no engine left behind"
 }
 
@@ -378,6 +379,16 @@ folder=${folder:-$home}/$(sed -n 's/.*"homefolder" : "\([^"]*\)".*/\1/p' "$home/
 [[ $folder != "$home/" ]] || folder="$home/Orvel Storage"
 await "the folder is restored from the cloud" same_files
 leave
+
+say "A log for support"
+# The documentation's own words, with this account's address.
+recipe=$(grep -m 1 '^sed -e' docs/reliability.md)
+(cd "$home" && USER=visitor bash -c "${recipe//ana@example.com/trial@orvel.example}")
+for private in "$home" trial@orvel.example; do
+  grep -qF "$private" "$home/orvel.log" || give_up "$private would have to be replaced in the log"
+  if grep -qF "$private" "$home/orvel-to-send.log"; then give_up "$private is in the log for support"; fi
+done
+seen "neither the home nor the account"
 
 rm -f "$shots"/.*.png
 say "Screenshots: $shots"
