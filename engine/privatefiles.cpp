@@ -38,7 +38,7 @@ void restrict(const QString& path)
 
 QString leftOverOf(const QString& name)
 {
-    static const QRegularExpression leftOver(QStringLiteral("^(.+)\\.(?!(?i)backup$)[A-Za-z]{6}$"));
+    static const QRegularExpression leftOver(QStringLiteral("^(.+)\\.(?!(?i)(backup|kopija)$)[A-Za-z]{6}$"));
     return leftOver.match(name).captured(1);
 }
 

@@ -16,7 +16,7 @@ bool write(const QString& path, const QByteArray& content);
 void restrict(const QString& path);
 
 /// The name of the file that was to be replaced, if @p name is that of the new text, which a killed program
-/// leaves beside it; otherwise empty. A name that ends in "backup" is somebody's own.
+/// leaves beside it: one with six letters more; otherwise empty. One with ".backup" or ".kopija" is somebody's own.
 QString leftOverOf(const QString& name);
 
 /// Tidies up the directory at start: everything in it that write() can have made is restricted, and what a

@@ -10,9 +10,11 @@
 ///
 /// Create and destroy it on the thread of its owner; it works on a thread of its own. A root that cannot be
 /// opened switches the whole watcher off: one log line names it, the remaining roots are left alone and no
-/// thread runs. So do, on Windows, more than 63 roots. Symbolic links beneath a root are not followed. Nothing is
-/// retried, no failure reaches the caller. What was missed (the system dropped notifications) is reported as the root
-/// it was missed in; on Linux, a root that the system does not let be watched as a whole is reported every minute.
+/// thread runs. So do, on Windows, more than 63 roots. Symbolic links beneath a root are not followed. No
+/// failure reaches the caller. What was missed (the system dropped notifications) is reported as the root it was missed
+/// in. On Linux, a root that the system does not let be watched as a whole is reported every minute, and one that has
+/// left its place or whose disk is gone is watched again when something is there, at a mount or within a minute; on
+/// Windows, nothing is tried again.
 class WinFileWatcher final : public QThread
 {
     Q_OBJECT

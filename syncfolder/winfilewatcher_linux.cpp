@@ -7,6 +7,7 @@
 #include <QElapsedTimer>
 #include <QMetaMethod>
 
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 
@@ -20,6 +21,7 @@ struct WinFileWatcher::Private
     }
 
     FileDescriptor wakeUp; ///< ends the wait of the thread
+    FileDescriptor mounts; ///< tells when they change
     std::atomic<bool> connected = false;
     std::vector<std::unique_ptr<WatchedTree>> trees;
 };
@@ -33,6 +35,7 @@ WinFileWatcher::WinFileWatcher(const QStringList& paths, QObject* parent)
     if (paths.isEmpty())
         return;
     m_private->wakeUp = FileDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    m_private->mounts = FileDescriptor(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
     for (const QString& path : paths) {
         auto tree =
             std::make_unique<WatchedTree>(QDir::fromNativeSeparators(path), [this](const QStringList& directories) {
@@ -94,6 +97,7 @@ void WinFileWatcher::run()
                 idle = idle && !tree->hasDetached();
                 incomplete = incomplete || tree->isIncomplete();
             }
+            waits.push_back({m_private->mounts.get(), POLLPRI, 0});
             scanned = true;
         }
         const int pause = WatchedTree::recheckPause;
@@ -103,11 +107,13 @@ void WinFileWatcher::run()
             eventfd_t count = 0;
             eventfd_read(m_private->wakeUp.get(), &count);
         }
-        for (std::size_t i = 1; i < waits.size(); ++i) {
-            WatchedTree& tree = *m_private->trees[i - 1];
-            if (waits[i].revents != 0)
+        for (std::size_t i = 0; scanned && i < m_private->trees.size(); ++i) {
+            WatchedTree& tree = *m_private->trees[i];
+            if (waits[i + 1].revents != 0)
                 tree.readEvents();
             tree.removeDetached();
+            if (waits.back().revents != 0)
+                tree.checkRoot();
         }
         if (sinceRecheck.hasExpired(pause)) {
             for (const auto& tree : m_private->trees) {

@@ -75,6 +75,12 @@ bool stopRequested()
     return QThread::currentThread()->isInterruptionRequested();
 }
 
+bool isSameFile(const struct statx& one, const struct statx& other)
+{
+    return one.stx_ino == other.stx_ino && one.stx_dev_major == other.stx_dev_major &&
+           one.stx_dev_minor == other.stx_dev_minor;
+}
+
 std::string withoutSlash(std::string path)
 {
     while (!path.empty() && path.back() == '/')
@@ -155,6 +161,8 @@ WatchedTree::Opened WatchedTree::open()
         return Opened::NoDirectory;
     }
     m_directories.emplace(m_rootWatch, Directory());
+    m_rootFile = {};
+    statx(m_root.get(), "", AT_EMPTY_PATH, STATX_INO, &m_rootFile);
     return Opened::Yes;
 }
 
@@ -177,7 +185,7 @@ void WatchedTree::readEvents()
 {
     alignas(inotify_event) std::array<char, bufferSize> buffer = {};
     const ssize_t size = ::read(m_queue.get(), buffer.data(), buffer.size());
-    for (ssize_t at = 0; at < size && !m_overflowed;) {
+    for (ssize_t at = 0; at < size && !m_overflowed && !m_rootLeft;) {
         const auto* event = reinterpret_cast<const inotify_event*>(buffer.data() + at);
         at += static_cast<ssize_t>(sizeof(inotify_event) + event->len);
         handle(*event);
@@ -187,6 +195,22 @@ void WatchedTree::readEvents()
     finish();
 }
 
+bool WatchedTree::checkRoot()
+{
+    const FileDescriptor there = openPath(m_absoluteRoot + '/');
+    struct statx status = {};
+    bool isRebuilt = false;
+    if (!there.isValid()) {
+        leaveRoot(Removed);
+    } else if (m_rootLeft ||
+               (statx(there.get(), "", AT_EMPTY_PATH, STATX_INO, &status) == 0 && !isSameFile(status, m_rootFile))) {
+        rebuild();
+        isRebuilt = true;
+    }
+    finish();
+    return isRebuilt;
+}
+
 bool WatchedTree::isIncomplete() const
 {
     return m_incomplete || m_rootLeft;
@@ -194,12 +218,12 @@ bool WatchedTree::isIncomplete() const
 
 void WatchedTree::recheck()
 {
-    if (m_rootLeft && !openPath(m_absoluteRoot + '/').isValid())
+    if (checkRoot() || m_rootLeft)
         return;
-    if (m_rootLeft || !m_queue.isValid())
-        rebuild();
-    else
+    if (m_queue.isValid())
         changed(m_rootPath);
+    else
+        rebuild();
     finish();
 }
 
@@ -221,17 +245,11 @@ void WatchedTree::removeDetached()
 /// Notifications were lost or the root is another one: everything known about the tree may be wrong.
 void WatchedTree::rebuild()
 {
-    ORVEL_LOG << "Filename changed " << QString() << " action " << Overflow;
+    ORVEL_LOG << "Filename changed " << QString() << " action " << (m_rootLeft ? Added : Overflow);
     changed(m_rootPath);
-    m_overflowed = false;
     m_incomplete = false;
     m_rootLeft = false;
-    m_directories.clear();
-    m_unread.clear();
-    m_later.clear();
-    m_detached.clear();
-    m_lastWatch = 0;
-    m_queue = FileDescriptor(); // first, so that its watches are free again
+    forget();
     const Opened opened = open();
     flush(); // before the scan: it finds what changes while the receiver looks
     if (opened == Opened::Yes) {
@@ -241,6 +259,28 @@ void WatchedTree::rebuild()
     m_root = FileDescriptor();
     m_queue = FileDescriptor();
     m_rootLeft = opened == Opened::NoDirectory;
+}
+
+/// Reports the root, once; what happens in it elsewhere is nobody's business any more.
+void WatchedTree::leaveRoot(int action)
+{
+    if (m_rootLeft)
+        return;
+    ORVEL_LOG << "Filename changed " << QString() << " action " << action;
+    changed(m_rootPath);
+    m_rootLeft = true;
+    forget();
+}
+
+void WatchedTree::forget()
+{
+    m_overflowed = false;
+    m_directories.clear();
+    m_unread.clear();
+    m_later.clear();
+    m_detached.clear();
+    m_lastWatch = 0;
+    m_queue = FileDescriptor(); // its watches are free again
 }
 
 void WatchedTree::handle(const inotify_event& event)
@@ -288,11 +328,8 @@ void WatchedTree::handleEntry(const inotify_event& event)
 
 void WatchedTree::handleRootEvent(quint32 mask)
 {
-    if ((mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) == 0)
-        return;
-    ORVEL_LOG << "Filename changed " << QString() << " action " << ((mask & IN_MOVE_SELF) != 0 ? OldName : Removed);
-    changed(m_rootPath);
-    m_rootLeft = true;
+    if ((mask & (IN_DELETE_SELF | IN_MOVE_SELF | IN_UNMOUNT)) != 0)
+        leaveRoot((mask & IN_MOVE_SELF) != 0 ? OldName : Removed);
 }
 
 /// Looks what directory is called @p name now.
@@ -594,10 +631,10 @@ void WatchedTree::limitReached(const std::string& path)
 
 void WatchedTree::finish()
 {
-    flush();
-    // A disk with somebody's current directory on it cannot be removed.
+    // A disk with somebody's current directory on it cannot be removed, not even by the receiver of the report.
     if (m_ownCurrentDirectory && chdir("/") != 0)
         m_ownCurrentDirectory = false;
+    flush();
 }
 
 /// Whether the open directory is the one of that name in the parent.
@@ -606,9 +643,7 @@ bool WatchedTree::isEntry(int descriptor, int parent, const char* name)
     struct statx own = {};
     struct statx there = {};
     return statx(descriptor, "", AT_EMPTY_PATH, STATX_INO, &own) == 0 &&
-           statx(parent, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_INO, &there) == 0 &&
-           own.stx_ino == there.stx_ino && own.stx_dev_major == there.stx_dev_major &&
-           own.stx_dev_minor == there.stx_dev_minor;
+           statx(parent, name, AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, STATX_INO, &there) == 0 && isSameFile(own, there);
 }
 
 bool WatchedTree::hasChanged(const struct statx& entry) const

@@ -2,6 +2,8 @@
 
 #include <QStringList>
 
+#include <sys/stat.h>
+
 #include <atomic>
 #include <ctime>
 #include <functional>
@@ -12,7 +14,6 @@
 #include <vector>
 
 struct inotify_event;
-struct statx;
 
 /// Owns a file descriptor of the system; -1 is none.
 class FileDescriptor final
@@ -67,12 +68,15 @@ public:
     Opened open();
     /// Watches what is beneath the root, and reports what has changed since open().
     void scan();
-    /// The queue, to be polled. Changes when notifications were lost.
+    /// The queue, to be polled; -1 while there is none. Changes when notifications were lost or the root is another.
     int queue() const;
     /// Takes one buffer of notifications and reports it; to be called when the queue has some.
     void readEvents();
-    /// Whether the system's limits leave a part of the tree without a watch or the root has left its place, so that
-    /// recheck() is due from time to time.
+    /// To be called when something was mounted or unmounted: reports the root and watches what is in its place, if
+    /// that is another one now. Whether it is.
+    bool checkRoot();
+    /// Whether the system's limits leave a part of the tree without a watch or there is no root, so that recheck() is
+    /// due from time to time.
     bool isIncomplete() const;
     /// Reports the root for all that may have been missed, unless there is none; one that is back is watched again.
     void recheck();
@@ -98,6 +102,8 @@ private:
     };
 
     void rebuild();
+    void leaveRoot(int action);
+    void forget();
     void handle(const inotify_event& event);
     void handleEntry(const inotify_event& event);
     void handleRootEvent(quint32 mask);
@@ -135,7 +141,8 @@ private:
     FileDescriptor m_queue;
     FileDescriptor m_root; ///< from open() to scan() only, so that the disk can be removed
     int m_rootWatch = 0;
-    timespec m_since = {}; ///< when this watch over the tree began
+    struct statx m_rootFile = {}; ///< tells the root from another directory in its place
+    timespec m_since = {};        ///< when this watch over the tree began
 
     std::unordered_map<int, Directory> m_directories;
     std::unordered_set<int> m_unread; ///< directories that could not be reached by their path
@@ -147,6 +154,6 @@ private:
     QString m_lastPath;
     bool m_overflowed = false;
     bool m_incomplete = false; ///< for the system's limits
-    bool m_rootLeft = false;
+    bool m_rootLeft = false;   ///< or its place, so that it has no watch
     bool m_limitLogged = false;
 };

@@ -17,7 +17,7 @@ namespace
 {
 
 constexpr DWORD bufferSize = 16384;
-constexpr DWORD startTimeout = 5000; // ms
+constexpr DWORD startTimeout = 5000;                // ms
 constexpr int mostPaths = MAXIMUM_WAIT_OBJECTS - 1; // one waits for the stop
 
 /// Owns a kernel object; null is none.

@@ -196,8 +196,8 @@ tidy_up() {
 trap tidy_up EXIT
 
 lay_out "$1" "$installation"
-rm -rf "$shots" "$home"/orvel*.log "$folder" "$home/cloud" "$home/.local/share/orvel" "$home/.config/Velmora d.d."
-mkdir -p "$shots"
+rm -rf "$shots" "$home/log" "$folder" "$home/cloud" "$home/.local/share/orvel" "$home/.config/Velmora d.d."
+mkdir -p "$shots" "$home/log"
 in_trial_home "$home"
 export ORVEL_LOCAL_CLOUD=$home/cloud
 export ORVEL_LANGUAGE=${ORVEL_LANGUAGE-en} # the names of windows below are English
@@ -250,7 +250,7 @@ leave() {
   wait "$leaving" || status=$?
   [[ $status == 1 ]] || give_up "the client ended with $status instead of 1"
   if pgrep -f "$installation/erlang" >/dev/null; then give_up "an engine was left behind"; fi
-  cat "$log" >>"$home/orvel.log"
+  cat "$log" >>"$home/log/orvel.log"
   seen "Exit, with code 1, and no engine left behind"
 }
 
@@ -383,10 +383,10 @@ leave
 say "A log for support"
 # The documentation's own words, with this account's address.
 recipe=$(grep -m 1 '^sed -e' docs/reliability.md)
-(cd "$home" && USER=visitor bash -c "${recipe//ana@example.com/trial@orvel.example}")
+(cd "$home/log" && USER=visitor bash -c "${recipe//ana@example.com/trial@orvel.example}") || give_up "the steps fail"
 for private in "$home" trial@orvel.example; do
-  grep -qF "$private" "$home/orvel.log" || give_up "$private would have to be replaced in the log"
-  if grep -qF "$private" "$home/orvel-to-send.log"; then give_up "$private is in the log for support"; fi
+  grep -qF "$private" "$home/log/orvel.log" || give_up "$private would have to be replaced in the log"
+  if grep -qF "$private" "$home/log/orvel-to-send.log"; then give_up "$private is in the log for support"; fi
 done
 seen "neither the home nor the account"
 

@@ -16,7 +16,8 @@ void tidy()
     const QStringList names = directory.entryList(QDir::Files | QDir::Hidden | QDir::NoSymLinks);
     const QString lock = file.fileName() + QStringLiteral(".lock");
     for (const QString& name : names) {
-        if (name == lock || name == lock + QStringLiteral(".rmlock") ||
+        const bool isLock = name == lock || name == lock + QStringLiteral(".rmlock");
+        if ((isLock && QFileInfo(directory.filePath(name)).size() == 0) ||
             privatefiles::leftOverOf(name) == file.fileName())
             directory.remove(name);
     }

@@ -238,24 +238,25 @@ private slots:
 
     void twoUsersOfOneComputerEachHaveTheirClientAndPipe()
     {
-        if (geteuid() != 0)
-            QSKIP("only root can be two users");
         const QTemporaryDir computer(QStringLiteral("/tmp/computer-XXXXXX")); // the test's own is for its user alone
-        const QString temporary = computer.filePath(QStringLiteral("tmp"));
-        const QString program = computer.filePath(QStringLiteral("orvel"));
         const QString home = computer.filePath(QStringLiteral("home"));
         const QString runtime = home + QStringLiteral("/runtime");
-        QVERIFY(QDir().mkpath(temporary) && QDir().mkpath(runtime) &&
-                QFile::copy(QStringLiteral(ORVEL_CLIENT), program));
+        QVERIFY(QDir().mkpath(runtime));
+        for (const QString& path : {home, runtime}) {
+            QCOMPARE(chmod(QFile::encodeName(path).constData(), 0700), 0);
+            if (chown(QFile::encodeName(path).constData(), OtherUser::id, OtherUser::id) != 0)
+                QSKIP("only root can be two users");
+        }
+        const QString temporary = computer.filePath(QStringLiteral("tmp"));
+        const QString program = computer.filePath(QStringLiteral("orvel"));
+        QVERIFY(QDir().mkpath(temporary) && QFile::copy(QStringLiteral(ORVEL_CLIENT), program));
         for (const QString& path : {computer.path(), program})
             QCOMPARE(chmod(QFile::encodeName(path).constData(), 0755), 0);
         QCOMPARE(chmod(QFile::encodeName(temporary).constData(), 01777), 0);
-        for (const QString& path : {home, runtime})
-            QVERIFY(chmod(QFile::encodeName(path).constData(), 0700) == 0 &&
-                    chown(QFile::encodeName(path).constData(), OtherUser::id, OtherUser::id) == 0);
         const QStringList shared{QStringLiteral("TMPDIR=") + temporary};
         QStringList own = shared;
         own << QStringLiteral("XDG_RUNTIME_DIR=") + runtime;
+        own << QStringLiteral("LSAN_OPTIONS=detect_leaks=0"); // the file of exceptions may be out of its reach
         for (const char* name : {"HOME", "XDG_CONFIG_HOME", "XDG_DATA_HOME", "XDG_CACHE_HOME"})
             own << QLatin1String(name) + QLatin1Char('=') + home;
         const auto startAsOther = [&] {
@@ -339,6 +340,8 @@ private slots:
             return client->state() == QProcess::NotRunning;
         };
         QVERIFY(QTest::qWaitFor(hasEnded, 6 * deadline()));
+        QCOMPARE(client->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(client->exitCode(), 1); // what the engine's last line asks for
         QVERIFY(before > 0);
 #ifndef __SANITIZE_ADDRESS__ // it keeps what was freed for a while
         const QString figures = QStringLiteral("%1 KiB, then %2").arg(before).arg(most);

@@ -268,13 +268,13 @@ private slots:
         const QString dir = createServer().stateDir() + u'/';
         m_server.reset();
         for (const char* name : {"config.json.AbCdEf", "17.json.xyzXYZ", "qt_temp.qwertz", "17.json", "17.tree",
-                                 "config.json.backup", "config.json.backup1", "config.json.old"})
+                                 "config.json.backup", "config.json.kopija", "config.json.backup1", "config.json.old"})
             writeFile(dir + QLatin1String(name), "[]");
         createServer();
         QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden, QDir::Name),
                  (QStringList{QStringLiteral("17.json"), QStringLiteral("17.tree"), QStringLiteral("config.json"),
                               QStringLiteral("config.json.backup"), QStringLiteral("config.json.backup1"),
-                              QStringLiteral("config.json.old")}));
+                              QStringLiteral("config.json.kopija"), QStringLiteral("config.json.old")}));
     }
 
     void dataDirectoryThatVanishesGivesALineAndIsOutlived()

@@ -259,7 +259,9 @@ private slots:
     void removedRootIsReportedAndTheThreadSleeps();
     void renamedRootIsReportedAndTheThreadSleeps();
     void rootThatComesBackIsReportedAndWatchedAgain();
-    void diskThatIsUnmountedIsReportedOnceAndWatchedAgainWhenItIsBack();
+    void diskThatIsUnmountedIsReportedAndWatchedAgainWhenItIsBack_data();
+    void diskThatIsUnmountedIsReportedAndWatchedAgainWhenItIsBack();
+    void diskThatIsTakenAwayWhileItIsUsedIsReportedAndWatchedAgain();
     void watchesOfAMovedOutTreeAreRemoved();
     void swappedDirectoriesAreWatchedUnderTheirNewNames();
     void unreadableDirectoryIsWatchedOnceItIsReadable();
@@ -749,9 +751,12 @@ void WinFileWatcherLinuxTest::renamedRootIsReportedAndTheThreadSleeps()
     const QString renamed = m_directory->filePath(text("renamed"));
     QVERIFY(QDir().rename(m_root, renamed));
     EVENTUALLY(watch.hasReported(m_root));
+    watch.forget();
     QVERIFY(QDir().mkpath(inRoot("a"))); // another directory with the root's path
     QVERIFY(QDir().mkpath(renamed + text("/a/b")));
+    writeFile(renamed + text("/markers/file"), "content");
     QVERIFY(watch.catchUp(m_outside));
+    QCOMPARE(watch.reported().filter(m_root), QStringList());
     QVERIFY(restsNow(*own));
 }
 
@@ -763,6 +768,7 @@ void WinFileWatcherLinuxTest::rootThatComesBackIsReportedAndWatchedAgain()
     QVERIFY(watch.catchUp(m_markers));
     const QString away = m_directory->filePath(text("away"));
     for (const bool isSame : {true, false}) {
+        watch.forget();
         QVERIFY(QDir().rename(m_root, away));
         EVENTUALLY(watch.hasReported(m_root));
         QVERIFY(watch.catchUp(m_outside));
@@ -773,18 +779,24 @@ void WinFileWatcherLinuxTest::rootThatComesBackIsReportedAndWatchedAgain()
     }
 }
 
-void WinFileWatcherLinuxTest::diskThatIsUnmountedIsReportedOnceAndWatchedAgainWhenItIsBack()
+void WinFileWatcherLinuxTest::diskThatIsUnmountedIsReportedAndWatchedAgainWhenItIsBack_data()
 {
+    QTest::addColumn<QString>("beneath");
+    QTest::newRow("the root is on it") << text("/root");
+    QTest::newRow("the root is its mount point") << QString();
+}
+
+void WinFileWatcherLinuxTest::diskThatIsUnmountedIsReportedAndWatchedAgainWhenItIsBack()
+{
+    QFETCH(QString, beneath);
     const QString disk = m_directory->filePath(text("disk"));
-    const QString root = disk + text("/root");
+    const QString root = disk + beneath;
     QVERIFY(QDir().mkpath(disk));
-    const QByteArray mountPoint = QFile::encodeName(disk);
-    const auto plugIn = [&] {
-        return mount("none", mountPoint.constData(), "tmpfs", 0, nullptr) == 0;
-    };
     // Mounts of this test are nobody else's.
-    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0 || !plugIn())
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
         QSKIP("this user may not mount");
+    const QByteArray mountPoint = QFile::encodeName(disk);
+    QCOMPARE(mount("none", mountPoint.constData(), "tmpfs", 0, nullptr), 0);
     writeFile(root + text("/a/b/file"), "content");
     const QStringList before = threads();
     Watch watch({root, m_outside});
@@ -795,20 +807,48 @@ void WinFileWatcherLinuxTest::diskThatIsUnmountedIsReportedOnceAndWatchedAgainWh
     QVERIFY(own != all.cend());
     watch.forget();
 
-    WatchedTree::recheckPause = 20;
     QCOMPARE(umount2(mountPoint.constData(), 0), 0); // the watcher keeps nothing open on it
     EVENTUALLY(watch.hasReported(root));
     QVERIFY(watch.catchUp(m_outside)); // the other root is still watched
     watch.forget();
     QVERIFY(restsNow(*own));
-    QCOMPARE(watch.reported().filter(root), QStringList());
+    QCOMPARE(watch.reported().filter(disk), QStringList());
 
-    QVERIFY(plugIn());
+    WatchedTree::recheckPause = 20; // for a root that comes after the mount
+    QCOMPARE(mount("none", mountPoint.constData(), "tmpfs", 0, nullptr), 0);
     QVERIFY(QDir().mkpath(root + text("/a")));
     EVENTUALLY(watch.hasReported(root));
     QVERIFY(watch.catchUp(root + text("/a")));
     QCOMPARE(umount2(mountPoint.constData(), 0), 0);
-    EVENTUALLY(watch.reported().last() == root);
+}
+
+void WinFileWatcherLinuxTest::diskThatIsTakenAwayWhileItIsUsedIsReportedAndWatchedAgain()
+{
+    const QString disk = m_directory->filePath(text("disk"));
+    const QString content = m_directory->filePath(text("content"));
+    QVERIFY(QDir().mkpath(disk) && QDir().mkpath(content + text("/root/a")));
+    if (unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
+        QSKIP("this user may not mount");
+    const QByteArray mountPoint = QFile::encodeName(disk);
+    const auto plugIn = [&] {
+        return mount(QFile::encodeName(content).constData(), mountPoint.constData(), nullptr, MS_BIND, nullptr) == 0;
+    };
+    QVERIFY(plugIn());
+    const QString root = disk + text("/root");
+    Watch watch({root, m_outside});
+    watch.connect();
+    QVERIFY(watch.catchUp(root + text("/a")));
+    for (int time = 0; time < 3; ++time) {
+        watch.forget();
+        QCOMPARE(umount2(mountPoint.constData(), MNT_DETACH), 0); // of which no directory is notified
+        EVENTUALLY(watch.hasReported(root));
+        QVERIFY(watch.catchUp(m_outside));
+        watch.forget();
+        QVERIFY(plugIn());
+        EVENTUALLY(watch.hasReported(root));
+        QVERIFY(watch.catchUp(root + text("/a")));
+    }
+    QCOMPARE(umount2(mountPoint.constData(), MNT_DETACH), 0);
 }
 
 void WinFileWatcherLinuxTest::watchesOfAMovedOutTreeAreRemoved()

@@ -97,8 +97,9 @@ private slots:
         create();
         QCOMPARE(m_dialog->findChildren<Guide*>().size(), 1);
         m_dialog->show(); // it comes after the guide, and below it
-        QVERIFY(m_dialog->windowHandle() != nullptr);
-        QCOMPARE(m_dialog->findChild<Guide*>()->windowHandle()->transientParent(), m_dialog->windowHandle());
+        const QWindow* guide = m_dialog->findChild<Guide*>()->windowHandle();
+        QVERIFY(guide != nullptr && m_dialog->windowHandle() != nullptr);
+        QCOMPARE(guide->transientParent(), m_dialog->windowHandle());
         clientSettings().sync();
         QCOMPARE(clientSettings().value(QStringLiteral("QtSparkle/check_automatically")).toBool(), true);
         QCOMPARE(clientSettings().value(QStringLiteral("QtSparkle/first_boot"), true).toBool(), false);
