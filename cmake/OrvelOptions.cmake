@@ -24,6 +24,9 @@ target_compile_definitions(orvel_options INTERFACE
 target_compile_options(orvel_options INTERFACE
   -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Wcast-align
   $<$<BOOL:${ORVEL_WERROR}>:-Werror>
+  # One minds Qt's macros, the other takes several files compiled as one for a header.
+  $<$<CXX_COMPILER_ID:Clang>:-Wno-gnu-zero-variadic-macro-arguments>
+  $<$<AND:$<CXX_COMPILER_ID:GNU>,$<BOOL:${CMAKE_UNITY_BUILD}>>:-Wno-subobject-linkage>
 )
 
 set(ORVEL_SANITIZE "" CACHE STRING "Sanitizers to build with, as -fsanitize takes them")
