@@ -7,7 +7,6 @@
 #include <QApplication>
 #include <QDir>
 #include <QLocale>
-#include <QSharedMemory>
 #include <QStandardPaths>
 #include <QTranslator>
 
@@ -29,14 +28,6 @@ void loadTexts(QTranslator& translator)
         translator.load(QLocale(QLocale::Slovenian, QLocale::AnyCountry), QStringLiteral(":/language"));
 }
 
-/// Where segments outlive their process, that of a killed client stays behind. Whoever lets go of such a
-/// segment last removes it; one that a living client holds stays.
-void releaseAbandoned(QSharedMemory& lock)
-{
-    if (lock.attach(QSharedMemory::ReadOnly))
-        lock.detach();
-}
-
 } // namespace
 
 int main(int argc, char* argv[])
@@ -55,11 +46,8 @@ int main(int argc, char* argv[])
     QCoreApplication::installTranslator(&translator);
     ORVEL_LOG << "Ran " << argv[0];
 
-    UserLock userLock;
-    QSharedMemory lock;
-    lock.setKey(QStringLiteral("kestakljuc"));
-    releaseAbandoned(lock);
-    if (!userLock.take() || (!lock.create(1, QSharedMemory::ReadWrite) && !UserLock::isForeign(lock))) {
+    UserLock lock(QStringLiteral("kestakljuc"));
+    if (!lock.take()) {
         ORVEL_LOG << "shared memory exists";
         return alreadyRunning;
     }
@@ -75,7 +63,6 @@ int main(int argc, char* argv[])
     dialog.show();
     const int exitCode = QApplication::exec();
     endRequest.reset(); // first: a second request ends a client that hangs on its way out
-    userLock.release();
-    lock.detach(); // before the dialog goes: its end may wait for the engine, the next start need not
+    lock.release();     // before the dialog goes: its end may wait for the engine, the next start need not
     return exitCode;
 }

@@ -2,24 +2,25 @@
 
 #include <memory>
 
-class QSharedMemory;
+class QString;
 
-/// Whether this user's client runs already, where the shared memory alone cannot tell: on Linux its key is a
-/// file in the temporary directory, which all users share and which may be cleaned under a running client.
+/// Lets one client run for a user.
+///
+/// It is a shared memory segment, which a user's other programs can see. On Linux that cannot tell everything: the
+/// segment's key is cut from a file in the temporary directory, which all users share, which may be cleaned under a
+/// running client, and whose number another program's file can resemble. A lock of the user's own stands beside it.
 class UserLock final
 {
 public:
-    UserLock();
+    /// The memory is called @p key.
+    explicit UserLock(const QString& key);
     ~UserLock();
     UserLock(const UserLock&) = delete;
     UserLock& operator=(const UserLock&) = delete;
 
-    /// False when another process of this user has it. It goes with the process.
+    /// False when a client of this user runs already, and when the memory cannot be made. It goes with the process.
     bool take();
     void release();
-
-    /// Whether the memory that could not be created is another user's, and so no client of ours.
-    static bool isForeign(QSharedMemory& memory);
 
 private:
     struct Private;

@@ -1,28 +1,26 @@
 #include "app/userlock.h"
 
-#include <QtGlobal>
-
-// The shared memory is the session's own and goes with its process; nothing is to be added.
+#include <QSharedMemory>
 
 struct UserLock::Private final
 {
+    QSharedMemory memory; // the session's own, which goes with its last process
 };
 
-UserLock::UserLock() = default;
+UserLock::UserLock(const QString& key)
+    : m_private(std::make_unique<Private>())
+{
+    m_private->memory.setKey(key);
+}
 
 UserLock::~UserLock() = default;
 
 bool UserLock::take()
 {
-    return true;
+    return m_private->memory.create(1, QSharedMemory::ReadWrite);
 }
 
 void UserLock::release()
 {
-}
-
-bool UserLock::isForeign(QSharedMemory& memory)
-{
-    Q_UNUSED(memory)
-    return false;
+    m_private->memory.detach();
 }
