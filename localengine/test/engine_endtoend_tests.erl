@@ -322,7 +322,7 @@ quota(Lab) ->
     {ok, [#{accounts := #{1001 := Account} = Accounts} = All]} =
         file:consult(state_file(Lab, "accounts.terms")),
     Small = All#{accounts := Accounts#{1001 := Account#{quota := 100}}},
-    write(state_file(Lab, "accounts.terms"), io_lib:format("~p.~n", [Small])),
+    ok = engine_file:write_term(state_file(Lab, "accounts.terms"), Small),
     Client = signed_in(Lab),
     write(root(Lab), "a-large", binary:copy(<<"x">>, 101)),
     write_new(Client, root(Lab), "b-small", binary:copy(<<"x">>, 60)),
