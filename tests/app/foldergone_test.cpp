@@ -35,7 +35,7 @@ protected:
         QDir().mkpath(disk());
         QDir().mkpath(contentOfDisk());
         m_canMount = true;
-        m_canMount = setPlugged(true);
+        m_canMount = plugIn();
         writeFile(m_engine->installDir() + QStringLiteral("/config.json"),
                   "{\"homepath\":\"" + disk().toUtf8() + "\",\"homefolder\":\"Orvel Storage\"}");
     }
@@ -45,7 +45,7 @@ protected:
         m_dialog.reset();
         folderchooser::setAsker({});
         if (m_canMount)
-            (void)setPlugged(false);
+            (void)unplug(true);
         m_engine.reset();
         qunsetenv("ORVEL_LOCAL_POLL_MS");
         qunsetenv("ORVEL_LOCAL_RATE");
@@ -58,6 +58,10 @@ private:
     static QString disk()
     {
         return testHome() + QStringLiteral("/disk");
+    }
+    static QString unpluggedDisk()
+    {
+        return disk() + QStringLiteral(" on the table");
     }
     static QString contentOfDisk()
     {
@@ -120,10 +124,10 @@ private:
         return folder();
     }
 
-    void takeAway(const QString& fate)
+    void takeAway(const QString& fate, bool inUse)
     {
         if (fate == QLatin1String("unplugged")) {
-            QVERIFY(setPlugged(false));
+            QVERIFY(unplug(inUse));
         } else if (fate == QLatin1String("deleted")) {
             const QString trash = disk() + QStringLiteral("/trash"); // as file managers do
             QVERIFY(QDir().rename(folder(), trash));
@@ -136,16 +140,23 @@ private:
     }
 
     /// Where mounting is not allowed, the directory that stands for the disk gets another name instead.
-    bool setPlugged(bool on) const
+    bool plugIn() const
     {
-        const QByteArray mountPoint = QFile::encodeName(disk());
-        const QString unplugged = disk() + QStringLiteral(" on the table");
         if (!m_canMount)
-            return on ? QDir().rename(unplugged, disk()) : QDir().rename(disk(), unplugged);
-        if (!on)
+            return QDir().rename(unpluggedDisk(), disk());
+        return mount(QFile::encodeName(contentOfDisk()).constData(), QFile::encodeName(disk()).constData(), nullptr,
+                     MS_BIND, nullptr) == 0;
+    }
+
+    /// As file managers do it, once nobody uses the disk any more; one in use can only be torn out.
+    bool unplug(bool inUse) const
+    {
+        if (!m_canMount)
+            return QDir().rename(disk(), unpluggedDisk());
+        const QByteArray mountPoint = QFile::encodeName(disk());
+        if (inUse)
             return umount2(mountPoint.constData(), MNT_DETACH) == 0;
-        return mount(QFile::encodeName(contentOfDisk()).constData(), mountPoint.constData(), nullptr, MS_BIND,
-                     nullptr) == 0;
+        return QTest::qWaitFor([&] { return umount2(mountPoint.constData(), 0) == 0; }, deadline());
     }
 
     /// What was in the cloud before is still there.
@@ -199,7 +210,7 @@ private slots:
         }
         if (moment == QLatin1String("before the start"))
             m_dialog.reset();
-        takeAway(fate);
+        takeAway(fate, moment == QLatin1String("during a transfer"));
         if (m_dialog)
             QVERIFY(reaches("offline"));
         verifyCloud();
@@ -207,7 +218,7 @@ private slots:
         qunsetenv("ORVEL_LOCAL_RATE");
 
         if (m_dialog && fate == QLatin1String("unplugged")) {
-            QVERIFY(setPlugged(true));
+            QVERIFY(plugIn());
             QVERIFY(reaches("ok"));
         } else {
             create();
@@ -219,7 +230,7 @@ private slots:
                 press(1);
             } else if (fate == QLatin1String("unplugged")) {
                 question()->close();
-                QVERIFY(setPlugged(true));
+                QVERIFY(plugIn());
                 create();
                 QVERIFY(!question());
             } else {
