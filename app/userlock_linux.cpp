@@ -1,10 +1,13 @@
 #include "app/userlock.h"
 
 #include <QCryptographicHash>
-#include <QFile>
+#include <QDateTime>
+#include <QFileInfo>
 #include <QSharedMemory>
 #include <QStandardPaths>
 
+#include <sys/ipc.h>
+#include <sys/shm.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -13,12 +16,22 @@
 #include <cstddef>
 #include <cstring>
 
+namespace
+{
+
+constexpr int size = 1;
+constexpr qint64 never = -1;
+constexpr qint64 longestStart = 60; ///< in s, from the key file to the memory
+
+} // namespace
+
 struct UserLock::Private final
 {
     bool takeSocket();
     bool takeMemory();
     bool createMemory();
     void releaseAbandoned();
+    bool look(shmid_ds& segment) const;
 
     QSharedMemory memory;
     int socket = -1; ///< in the abstract name space: it needs no file, and the system frees it with its process
@@ -65,31 +78,42 @@ bool UserLock::Private::takeSocket()
 bool UserLock::Private::takeMemory()
 {
     releaseAbandoned();
-    const QString keyFile = memory.nativeKey();
-    const bool hadKeyFile = QFile::exists(keyFile);
+    const QFileInfo keyFile(memory.nativeKey());
+    const qint64 made = keyFile.exists() ? keyFile.lastModified().toSecsSinceEpoch() : never;
     if (createMemory())
         return true;
-    // The file that was made for it can share its number with one that a killed program left.
+    // The key of the file that was made for it can be that of memory that a killed client left.
     releaseAbandoned();
     if (createMemory())
         return true;
-    if (!memory.attach(QSharedMemory::ReadOnly))
+    if (memory.error() != QSharedMemory::AlreadyExists)
         return memory.error() == QSharedMemory::PermissionDenied; // another user's
-    memory.detach();
-    if (hadKeyFile)
+    shmid_ds segment = {};
+    if (made != never && look(segment) && segment.shm_nattch > 0 &&
+        (segment.shm_segsz == size || segment.shm_ctime - made < longestStart))
         return false;
-    QFile::remove(keyFile); // another program's; the next start is not to take it for a client's
+    // Another program's. The next start is not to take the file for a running client's.
+    QFile::remove(memory.nativeKey());
     return true;
 }
 
 bool UserLock::Private::createMemory()
 {
-    return memory.create(1, QSharedMemory::ReadWrite);
+    return memory.create(size, QSharedMemory::ReadWrite);
 }
 
 /// Segments outlive their process. Whoever lets go of one last removes it; that of a living client stays.
 void UserLock::Private::releaseAbandoned()
 {
-    if (memory.attach(QSharedMemory::ReadOnly))
+    shmid_ds segment = {};
+    if (look(segment) && segment.shm_segsz == size && memory.attach(QSharedMemory::ReadOnly))
         memory.detach();
+}
+
+/// The segment under the key that Qt cuts from the key file; false where there is none, and for another user's.
+bool UserLock::Private::look(shmid_ds& segment) const
+{
+    const key_t key = ftok(QFile::encodeName(memory.nativeKey()).constData(), 'Q');
+    const int id = key == -1 ? -1 : shmget(key, 0, 0);
+    return id >= 0 && shmctl(id, IPC_STAT, &segment) == 0;
 }

@@ -5,38 +5,28 @@
 #include "tests/support/fakeengine.h"
 #include "tests/support/test.h"
 
+#include <QDateTime>
 #include <QProcess>
 #include <QSharedMemory>
 #include <QVector>
 
+#include <sched.h>
 #include <sys/ipc.h>
 #include <sys/shm.h>
 
 #include <algorithm>
 #include <memory>
 
-/// Shared memory of another program under every key that the next file of a directory is likely to give.
+/// Shared memory of another program under given keys.
 class OtherMemory final
 {
     Q_DISABLE_COPY_MOVE(OtherMemory)
 
 public:
-    explicit OtherMemory(const QDir& directory)
+    OtherMemory(const QVector<key_t>& keys, size_t size)
     {
-        constexpr int files = 64;
-        // A file system gives the numbers of removed files again, or one number after the other.
-        QVector<key_t> keys;
-        for (int i = 0; i < files; ++i) {
-            const QString path = directory.filePath(QString::number(i));
-            writeFile(path, "");
-            keys += ftok(QFile::encodeName(path).constData(), 'Q');
-        }
-        for (int i = 0; i < files; ++i)
-            QFile::remove(directory.filePath(QString::number(i)));
-        for (int i = 1; i <= files; ++i)
-            keys += keys.at(files - 1) + i;
-        for (const key_t key : qAsConst(keys)) {
-            const int id = shmget(key, 4096, IPC_CREAT | IPC_EXCL | 0600);
+        for (const key_t key : keys) {
+            const int id = shmget(key, size, IPC_CREAT | IPC_EXCL | 0600);
             if (id >= 0) // not for a key that is taken
                 m_ids += id;
         }
@@ -50,13 +40,13 @@ public:
             shmctl(id, IPC_RMID, nullptr);
     }
 
-    /// Uses all of it, so that nobody may remove it.
     void attach()
     {
         for (const int id : qAsConst(m_ids))
             m_memory += shmat(id, nullptr, 0);
     }
 
+    /// Whether nobody has removed any of it.
     bool isComplete() const
     {
         shmid_ds state = {};
@@ -128,13 +118,41 @@ private:
         return QSharedMemory(QStringLiteral("kestakljuc")).nativeKey();
     }
 
+    static key_t keyOf(const QString& path)
+    {
+        return ftok(QFile::encodeName(path).constData(), 'Q');
+    }
+
+    /// The keys that the next file of the temporary directory is likely to give.
+    static QVector<key_t> nextKeys()
+    {
+        constexpr int files = 64;
+        // A file system gives the numbers of removed files again, or one number after the other.
+        const QDir directory(QDir::tempPath());
+        QVector<key_t> keys;
+        for (int i = 0; i < files; ++i) {
+            writeFile(directory.filePath(QString::number(i)), "");
+            keys += keyOf(directory.filePath(QString::number(i)));
+        }
+        for (int i = 0; i < files; ++i)
+            QFile::remove(directory.filePath(QString::number(i)));
+        for (int i = 1; i <= files; ++i)
+            keys += keys.at(files - 1) + i;
+        return keys;
+    }
+
 private slots:
+    static void initTestCase()
+    {
+        (void)unshare(CLONE_NEWIPC); // the memory of this test is nobody else's
+    }
+
     void memoryOfALivingProgramUnderTheKeyIsNoReasonToLeave()
     {
         // Another program may take the number of the file first; then it is tried again.
         bool met = false;
         for (int i = 0; i < 10 && !met; ++i) {
-            OtherMemory memory{QDir(QDir::tempPath())};
+            OtherMemory memory(nextKeys(), 4096);
             memory.attach();
             const auto client = start();
             QVERIFY2(isReady(*client), client->readAllStandardError().constData());
@@ -151,11 +169,11 @@ private slots:
         QVERIFY(met);
     }
 
-    void memoryThatNobodyUsesUnderTheKeyIsReleased()
+    void memoryThatAKilledClientLeftUnderTheKeyIsReleased()
     {
         bool met = false;
         for (int i = 0; i < 10 && !met; ++i) {
-            const OtherMemory memory{QDir(QDir::tempPath())};
+            const OtherMemory memory(nextKeys(), 1);
             const auto client = start();
             QVERIFY2(isReady(*client), client->readAllStandardError().constData());
             met = !memory.isComplete() && QFileInfo::exists(keyFile());
@@ -166,11 +184,35 @@ private slots:
         QVERIFY(met);
     }
 
+    void memoryOfAnotherProgramUnderTheKeyOfAnEarlierClientIsLeftAlone_data()
+    {
+        QTest::addColumn<bool>("used");
+        QTest::newRow("used") << true;
+        QTest::newRow("not used at the moment") << false;
+    }
+    void memoryOfAnotherProgramUnderTheKeyOfAnEarlierClientIsLeftAlone()
+    {
+        QFETCH(bool, used);
+        writeFile(keyFile(), "");
+        QFile file(keyFile());
+        QVERIFY(file.open(QIODevice::ReadWrite) &&
+                file.setFileTime(QDateTime::currentDateTime().addDays(-1), QFileDevice::FileModificationTime));
+        OtherMemory memory({keyOf(keyFile())}, 4096);
+        if (used)
+            memory.attach();
+        for (int i = 0; i < 2; ++i) {
+            const auto client = start();
+            QVERIFY2(isReady(*client), client->readAllStandardError().constData());
+            QVERIFY(isRefused(*start()));
+            QVERIFY(end(*client));
+            QVERIFY(memory.isComplete());
+        }
+    }
+
     void memoryThatIsHeldUnderTheClientsNameEndsTheStart()
     {
         QSharedMemory lock(QStringLiteral("kestakljuc"));
-        // What a test left that was killed can have the key, too.
-        QVERIFY(lock.create(1) || (lock.attach() && lock.detach() && lock.create(1)));
+        QVERIFY(lock.create(1));
         QVERIFY(isRefused(*start()));
         QVERIFY(QFileInfo::exists(keyFile()));
         QVERIFY(lock.detach());
