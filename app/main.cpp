@@ -3,6 +3,7 @@
 #include "app/userlock.h"
 #include "base/log.h"
 #include "ui/dialogcld.h"
+#include "ui/settingsfile.h"
 
 #include <QApplication>
 #include <QDir>
@@ -41,6 +42,7 @@ int main(int argc, char* argv[])
     // On Windows, Qt would still take the one of its first dialogs.
     QApplication::setFont(QApplication::font("QMessageBox"));
 
+    settingsfile::install();
     QTranslator translator;
     loadTexts(translator);
     QCoreApplication::installTranslator(&translator);

@@ -19,7 +19,7 @@
 namespace
 {
 
-constexpr int size = 1;
+constexpr int lockSize = 1;
 constexpr qint64 never = -1;
 constexpr qint64 longestStart = 60; ///< in s, from the key file to the memory
 
@@ -90,7 +90,7 @@ bool UserLock::Private::takeMemory()
         return memory.error() == QSharedMemory::PermissionDenied; // another user's
     shmid_ds segment = {};
     if (made != never && look(segment) && segment.shm_nattch > 0 &&
-        (segment.shm_segsz == size || segment.shm_ctime - made < longestStart))
+        (segment.shm_segsz == lockSize || segment.shm_ctime - made < longestStart))
         return false;
     // Another program's. The next start is not to take the file for a running client's.
     QFile::remove(memory.nativeKey());
@@ -99,14 +99,14 @@ bool UserLock::Private::takeMemory()
 
 bool UserLock::Private::createMemory()
 {
-    return memory.create(size, QSharedMemory::ReadWrite);
+    return memory.create(lockSize, QSharedMemory::ReadWrite);
 }
 
 /// Segments outlive their process. Whoever lets go of one last removes it; that of a living client stays.
 void UserLock::Private::releaseAbandoned()
 {
     shmid_ds segment = {};
-    if (look(segment) && segment.shm_segsz == size && memory.attach(QSharedMemory::ReadOnly))
+    if (look(segment) && segment.shm_segsz == lockSize && memory.attach(QSharedMemory::ReadOnly))
         memory.detach();
 }
 

@@ -45,7 +45,7 @@ QString leftOverOf(const QString& name)
 void tidy(const QString& directory)
 {
     restrict(directory);
-    static const QRegularExpression written(QStringLiteral("^(config\\.json|\\d+\\.json|qt_temp)$"));
+    static const QRegularExpression written(QStringLiteral("^(config\\.json|\\d+\\.json|qt_temp|[a-z]+\\.ico)$"));
     const QDir dir(directory);
     const QStringList names = dir.entryList(QDir::Files | QDir::Hidden | QDir::NoSymLinks);
     for (const QString& name : names) {

@@ -2,6 +2,7 @@
 
 #include "base/deployment.h"
 #include "base/log.h"
+#include "engine/privatefiles.h"
 #include "engine/servercomm.h"
 #include "shell/pipecmdreader.h"
 #include "syncfolder/syncfolder.h"
@@ -96,8 +97,11 @@ void DialogCld::copyStatusIcons() const
     for (const char* name : {"synced.ico", "quota.ico", "syncing.ico", "offline.ico"}) {
         QFile resource(QStringLiteral(":/") + QLatin1String(name));
         QFile copy(m_server->stateDir() + QLatin1Char('/') + QLatin1String(name));
-        if (resource.open(QIODevice::ReadOnly) && copy.open(QIODevice::WriteOnly))
-            copy.write(resource.readAll());
+        const QByteArray icon = resource.open(QIODevice::ReadOnly) ? resource.readAll() : QByteArray();
+        if (!copy.open(QIODevice::ReadOnly) || copy.readAll() != icon) {
+            copy.close();
+            privatefiles::write(copy.fileName(), icon);
+        }
     }
 }
 

@@ -4,6 +4,11 @@
 namespace settingsfile
 {
 
+/// Lets QSettings write its file so that a full disk leaves the old text in it, with a log line: as it comes, it does
+/// not notice that the last of the new one had no room. To be called before the first QSettings. The file remains one
+/// that every QSettings can read and write. Does nothing where the settings are no file.
+void install();
+
 /// Removes what a client that was killed while it wrote the settings has left beside their file: a copy that
 /// is not whole, and a lock without a name in it, for which the next write would wait half a minute; whether one
 /// with a name is still held is found out by whoever meets it. To be called by the user's only client, once the

@@ -2,6 +2,7 @@
 
 #include "tests/support/endclient.h"
 #include "tests/support/fakeengine.h"
+#include "tests/support/fulldisk.h"
 #include "tests/support/test.h"
 
 #include <QDir>
@@ -226,6 +227,38 @@ private slots:
         QVERIFY(ended(*client));
         QCOMPARE(settings.entryList(QDir::Files | QDir::Hidden), (QStringList{file, foreign}));
         QVERIFY(QFile::remove(settings.filePath(foreign)));
+    }
+
+    void fullDiskAtTheStartLeavesSettingsAndIconsAsTheyAre()
+    {
+        const auto run = [this](QByteArray& output) {
+            output.clear();
+            const auto client = start(QStringLiteral(ORVEL_CLIENT));
+            EVENTUALLY((output += client->readAllStandardError()).contains("servercomm: Server Started!"));
+            askToEnd(*client);
+            QVERIFY(ended(*client));
+            QCOMPARE(client->exitCode(), 0);
+        };
+        QByteArray output;
+        run(output);
+        QVERIFY(!output.contains("Unable to write"));
+        const QString settings = testHome() + QStringLiteral("/config/Velmora d.d./Orvel Storage.conf");
+        const QString icon = dataDirectory(QStringLiteral("orvel")) + QStringLiteral("/quota.ico");
+        const QByteArray settled = readFile(settings);
+        const QByteArray earlier(1000, 'i');
+        QVERIFY(settled.contains("runnum=1"));
+        writeFile(icon, earlier);
+        {
+            const FullDisk full(160); // enough for the lock beside the settings
+            run(output);
+        }
+        QCOMPARE(readFile(settings), settled);
+        QCOMPARE(readFile(icon), earlier);
+        for (const QString& file : {settings, icon})
+            QVERIFY2(output.contains("Unable to write " + file.toUtf8() + ' '), output.constData());
+        run(output);
+        QVERIFY(readFile(settings).contains("runnum=2"));
+        QVERIFY(readFile(icon) != earlier);
     }
 
     void fiftyStartsAtTheSameMomentGiveOneClient()

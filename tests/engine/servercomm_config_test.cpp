@@ -267,8 +267,9 @@ private slots:
     {
         const QString dir = createServer().stateDir() + u'/';
         m_server.reset();
-        for (const char* name : {"config.json.AbCdEf", "17.json.xyzXYZ", "qt_temp.qwertz", "17.json", "17.tree",
-                                 "config.json.backup", "config.json.kopija", "config.json.backup1", "config.json.old"})
+        for (const char* name :
+             {"config.json.AbCdEf", "17.json.xyzXYZ", "qt_temp.qwertz", "quota.ico.AbcDef", "17.json", "17.tree",
+              "config.json.backup", "config.json.kopija", "config.json.backup1", "config.json.old"})
             writeFile(dir + QLatin1String(name), "[]");
         createServer();
         QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden, QDir::Name),

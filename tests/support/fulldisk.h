@@ -4,16 +4,16 @@
 
 #include <csignal>
 
-/// While one lives, no file of this process can grow beyond a few bytes, which is how a full disk shows, too: in a
-/// write that fails. Not on Windows.
+/// While one lives, no file of this process and its children can grow beyond a few bytes, which is how a full disk
+/// shows, too: in a write that fails. Not on Windows.
 class FullDisk final
 {
 public:
-    FullDisk()
+    explicit FullDisk(rlim_t bytes = 16)
         : m_handler(std::signal(SIGXFSZ, SIG_IGN))
     {
         getrlimit(RLIMIT_FSIZE, &m_limit);
-        const rlimit small = {16, m_limit.rlim_max};
+        const rlimit small = {bytes, m_limit.rlim_max};
         setrlimit(RLIMIT_FSIZE, &small);
     }
     ~FullDisk()

@@ -1,9 +1,12 @@
 #include "ui/settingsfile.h"
 
+#include "tests/support/fulldisk.h"
 #include "tests/support/test.h"
 
 #include <QDir>
 #include <QFileInfo>
+#include <QRandomGenerator>
+#include <QRect>
 #include <QSettings>
 
 class SettingsFileTest final : public Test
@@ -19,7 +22,47 @@ protected:
 
     void tearDown() override
     {
+        QSettings::setDefaultFormat(QSettings::NativeFormat);
         forgetNames();
+    }
+
+private:
+    static QVariant randomValue(QRandomGenerator& random)
+    {
+        const auto randomText = [&] {
+            // What has a meaning to the file, is no ASCII, or is not even a whole character.
+            static const QString odd = QString::fromUtf8("a0fF @\"\\,;=%/[]\n\t#()") +
+                                       QString::fromUtf8("\xc4\x8d\xf0\x9f\x98\x80") + QChar(0x7f);
+            QString text;
+            for (int i = random.bounded(12); i > 0; --i)
+                text += random.bounded(40) == 0 ? QChar(random.bounded(0x10000)) : odd.at(random.bounded(odd.size()));
+            return text;
+        };
+        switch (random.bounded(9)) {
+        case 0:
+            return random.bounded(2) == 0;
+        case 1:
+            return random.generate64();
+        case 2:
+            return static_cast<int>(random.generate());
+        case 3:
+            return randomText().toUtf8();
+        case 4:
+            return QStringList{randomText(), randomText()};
+        case 5:
+            return QRect(1, -2, 3, 4);
+        default:
+            return randomText();
+        }
+    }
+
+    static QVariantMap allOf(const QSettings& settings)
+    {
+        QVariantMap values;
+        const QStringList keys = settings.allKeys();
+        for (const QString& key : keys)
+            values.insert(key, settings.value(key));
+        return values;
     }
 
 private slots:
@@ -48,6 +91,89 @@ private slots:
         settingsfile::tidy();
         QVERIFY(QFileInfo::exists(lock));
         QVERIFY(QFile::remove(lock));
+    }
+
+    void settingsAreTheSameForEveryReaderAndWriter()
+    {
+        const QStringList keys{QStringLiteral("runnum"),
+                               QStringLiteral("QtSparkle/skipped_version"),
+                               QStringLiteral("General"),
+                               QStringLiteral("general/deep/down"),
+                               QString::fromUtf8("\xc4\x8d 1/%=;[]\"\n\xf0\x9f\x98\x80"),
+                               QStringLiteral("1/a")};
+        QRandomGenerator random(1);
+        for (int i = 0; i < 500; ++i) {
+            QSettings plain;
+            plain.clear();
+            plain.sync();
+            settingsfile::install();
+            QSettings ours;
+            QCOMPARE(ours.fileName(), plain.fileName());
+            for (const QString& key : keys)
+                ours.setValue(key, randomValue(random));
+            const QVariantMap written = allOf(ours);
+            ours.sync();
+            QCOMPARE(ours.status(), QSettings::NoError);
+            QSettings::setDefaultFormat(QSettings::NativeFormat);
+            plain.sync();
+            const QVariantMap read = allOf(plain);
+            QCOMPARE(read.keys(), written.keys());
+            for (const QString& key : keys) {
+                QCOMPARE(read.value(key).toString(), written.value(key).toString());
+                QCOMPARE(read.value(key).toByteArray(), written.value(key).toByteArray());
+                QCOMPARE(read.value(key).toStringList(), written.value(key).toStringList());
+                QCOMPARE(read.value(key).toRect(), written.value(key).toRect());
+            }
+            plain.setValue(QStringLiteral("one more"), randomValue(random));
+            plain.sync();
+            ours.sync();
+            QCOMPARE(allOf(ours), allOf(plain));
+        }
+    }
+
+    void usualSettingsAreWrittenAsEverybodyWritesThem()
+    {
+        const auto written = [] {
+            QSettings settings;
+            settings.clear();
+            settings.setValue(QStringLiteral("apppath"), QString::fromUtf8("/home/ana/Sli\xc4\x8d"
+                                                                           "ice in/orvel"));
+            settings.setValue(QStringLiteral("runnum"), 3);
+            settings.setValue(QStringLiteral("username"), QStringLiteral("ana@example.com"));
+            settings.setValue(QStringLiteral("QtSparkle/check_automatically"), true);
+            settings.setValue(QStringLiteral("currentlink"), QStringLiteral("gtk, \"a\""));
+            settings.sync();
+            return readFile(settings.fileName());
+        };
+        const QByteArray plain = written();
+        settingsfile::install();
+        QVERIFY(plain.contains("runnum=3\n"));
+        QCOMPARE(written(), plain);
+    }
+
+    void fullDiskLeavesTheSettingsAsTheyAre_data()
+    {
+        QTest::addColumn<int>("room");
+        for (const int room : {0, 1, 16, 64, 100, 160, 200})
+            QTest::addRow("%d bytes", room) << room;
+    }
+    void fullDiskLeavesTheSettingsAsTheyAre()
+    {
+        QFETCH(int, room);
+        settingsfile::install();
+        QSettings settings;
+        settings.setValue(QStringLiteral("lastuid"), 5);
+        settings.setValue(QStringLiteral("username"), QString(300, u'x'));
+        settings.sync();
+        const QByteArray before = readFile(settings.fileName());
+        settings.setValue(QStringLiteral("runnum"), 2);
+        {
+            const FullDisk full(static_cast<rlim_t>(room));
+            settings.sync();
+        }
+        QCOMPARE(readFile(settings.fileName()), before);
+        settings.sync();
+        QVERIFY(readFile(settings.fileName()).contains("runnum=2\n"));
     }
 
     void missingDirectoryIsNone()

@@ -1,0 +1,135 @@
+#include "ui/settingsfile.h"
+
+#include "base/log.h"
+
+#include <QDataStream>
+#include <QFile>
+#include <QRegularExpression>
+#include <QSettings>
+
+#include <cctype>
+
+namespace settingsfile
+{
+
+namespace
+{
+
+bool isPlain(QChar character)
+{
+    const ushort code = character.unicode();
+    return (code >= '0' && code <= '9') || (code >= 'A' && code <= 'Z') || (code >= 'a' && code <= 'z') ||
+           code == '_' || code == '-' || code == '.';
+}
+
+QByteArray escapedName(const QString& name)
+{
+    QByteArray escaped;
+    for (const QChar character : name) {
+        const ushort code = character.unicode();
+        if (isPlain(character))
+            escaped += static_cast<char>(code);
+        else if (character == u'/')
+            escaped += '\\';
+        else
+            escaped += (code > 0xff ? "%U" : "%") +
+                       QByteArray::number(code, 16).rightJustified(code > 0xff ? 4 : 2, '0').toUpper();
+    }
+    return escaped;
+}
+
+QByteArray escapedText(const QString& text)
+{
+    QByteArray escaped;
+    bool isAfterCode = false; // of which the reader would take a digit that follows for a part
+    for (const QChar character : text) {
+        const ushort code = character.unicode();
+        isAfterCode = code < ' ' || code > '~' || (isAfterCode && std::isxdigit(code) != 0);
+        if (isAfterCode)
+            escaped += "\\x" + QByteArray::number(code, 16);
+        else
+            escaped += (code == '"' || code == '\\' ? "\\" : "") + QByteArray(1, static_cast<char>(code));
+    }
+    static const QRegularExpression special(QStringLiteral("^ |[;,=\"]| $"));
+    return special.match(text).hasMatch() ? '"' + escaped + '"' : escaped;
+}
+
+QByteArray escapedValue(const QVariant& value)
+{
+    switch (static_cast<QMetaType::Type>(value.type())) {
+    case QMetaType::Bool:
+    case QMetaType::Int:
+    case QMetaType::UInt:
+    case QMetaType::LongLong:
+    case QMetaType::ULongLong:
+    case QMetaType::Double:
+        return value.toString().toLatin1();
+    case QMetaType::QString:
+        if (!value.toString().contains(QChar::Null))
+            return escapedText((value.toString().startsWith(u'@') ? QStringLiteral("@") : QString()) +
+                               value.toString());
+        break;
+    default:
+        break;
+    }
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
+    stream.setVersion(QDataStream::Qt_4_0); // the reader's
+    stream << value;
+    return escapedText(QStringLiteral("@Variant(") + QString::fromLatin1(bytes) + QLatin1Char(')'));
+}
+
+QByteArray iniText(const QSettings::SettingsMap& settings)
+{
+    QMap<QString, QByteArray> sections;
+    for (auto setting = settings.cbegin(); setting != settings.cend(); ++setting) {
+        const int slash = setting.key().indexOf(u'/');
+        sections[setting.key().left(qMax(slash, 0))] +=
+            escapedName(setting.key().mid(slash + 1)) + '=' + escapedValue(setting.value()) + '\n';
+    }
+    QByteArray text;
+    for (auto section = sections.cbegin(); section != sections.cend(); ++section) {
+        const bool isCalledGeneral = section.key().compare(QLatin1String("general"), Qt::CaseInsensitive) == 0;
+        const QByteArray name = section.key().isEmpty() ? "General" : escapedName(section.key());
+        text +=
+            (text.isEmpty() ? "[" : "\n[") + QByteArray(isCalledGeneral ? "%" : "") + name + "]\n" + section.value();
+    }
+    return text;
+}
+
+QString openFiles()
+{
+    return QStringLiteral("/proc/self/fd/");
+}
+
+bool read(QIODevice& device, QSettings::SettingsMap& settings)
+{
+    const int file = static_cast<QFileDevice&>(device).handle();
+    const QSettings ini(openFiles() + QString::number(file), QSettings::IniFormat);
+    const QStringList keys = ini.allKeys();
+    for (const QString& key : keys)
+        settings.insert(key, ini.value(key));
+    return ini.status() == QSettings::NoError;
+}
+
+bool write(QIODevice& device, const QSettings::SettingsMap& settings)
+{
+    const QByteArray text = iniText(settings);
+    auto& file = static_cast<QFileDevice&>(device);
+    const bool written = file.write(text) == text.size() && file.flush();
+    if (!written)
+        ORVEL_LOG << "Unable to write" << file.fileName() << file.errorString();
+    return written;
+}
+
+} // namespace
+
+void install()
+{
+    if (!QFile::exists(openFiles()))
+        return;
+    static const QSettings::Format format = QSettings::registerFormat(QStringLiteral("conf"), read, write);
+    QSettings::setDefaultFormat(format);
+}
+
+} // namespace settingsfile

@@ -1,0 +1,7 @@
+#include "ui/settingsfile.h"
+
+// The settings are in the registry.
+
+void settingsfile::install()
+{
+}
