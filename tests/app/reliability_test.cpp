@@ -10,6 +10,7 @@
 #include <QLocalSocket>
 #include <QProcess>
 #include <QRandomGenerator>
+#include <QRegularExpression>
 #include <QSharedMemory>
 #include <QTemporaryDir>
 #include <QThread>
@@ -17,6 +18,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
+#include <cstring>
 #include <memory>
 #include <vector>
 
@@ -389,11 +392,39 @@ private slots:
 #endif
     }
 
+    void noSignalLeavesAnEngineBehindOrKeepsTheNextClientFromStarting_data()
+    {
+        QTest::addColumn<int>("signal");
+        QTest::addColumn<bool>("asks");
+        for (const int signal : {SIGTERM, SIGINT, SIGHUP})
+            QTest::newRow(strsignal(signal)) << signal << true;
+        for (const int signal : {SIGQUIT, SIGABRT, SIGALRM, SIGUSR1, SIGKILL})
+            QTest::newRow(strsignal(signal)) << signal << false;
+    }
+    void noSignalLeavesAnEngineBehindOrKeepsTheNextClientFromStarting()
+    {
+        QFETCH(int, signal);
+        QFETCH(bool, asks);
+        const auto client = start(QStringLiteral(ORVEL_CLIENT));
+        EVENTUALLY(isConfigured());
+        QCOMPARE(::kill(static_cast<pid_t>(client->processId()), signal), 0);
+        QVERIFY(ended(*client));
+        QCOMPARE(client->exitStatus(), asks ? QProcess::NormalExit : QProcess::CrashExit);
+        QVERIFY(!asks || client->exitCode() == 0);
+        EVENTUALLY(!m_engine->isConnected());
+        const auto next = start(QStringLiteral(ORVEL_CLIENT));
+        EVENTUALLY(m_engine->starts().size() == 2 && isConfigured());
+        const QStringList left = QDir(dataDirectory(QStringLiteral("orvel"))).entryList(QDir::Files | QDir::Hidden);
+        QCOMPARE(left.filter(QRegularExpression(QStringLiteral("\\.[A-Za-z]{6}$"))), QStringList());
+        askToEnd(*next);
+        QVERIFY(ended(*next));
+    }
+
     void clientEndsWithinThreeSecondsWhateverTheEngineDoes_data()
     {
         QTest::addColumn<QString>("habit");
         for (const char* habit : {"floods", "does not read", "is silent", "starts slowly", "breaks off in a line",
-                                  "keeps dying", "is not there"})
+                                  "keeps dying", "is not there", "is about to be started"})
             QTest::newRow(habit) << QString::fromLatin1(habit);
     }
     void clientEndsWithinThreeSecondsWhateverTheEngineDoes()
@@ -413,6 +444,8 @@ private slots:
             QVERIFY(says("Process start error  0"));
         } else if (habit == QLatin1String("starts slowly")) {
             EVENTUALLY(m_engine->isConnected());
+        } else if (habit == QLatin1String("is about to be started")) {
+            QVERIFY(says("servercomm: ServerComm created"));
         } else {
             QVERIFY2(QTest::qWaitFor([this] { return isConfigured(); }, deadline()), stateOf(*client).constData());
         }
