@@ -151,6 +151,20 @@ private slots:
         QCOMPARE(written(), plain);
     }
 
+    void lineThatIsNoSettingCostsNoOther()
+    {
+        const QString file = QSettings().fileName();
+        writeFile(file, "[General]\nlastuid=5\nno setting\n[QtSparkle]\nskipped_version=1.0\n");
+        settingsfile::install();
+        QSettings settings;
+        QCOMPARE(settings.fileName(), file);
+        QCOMPARE(settings.value(QStringLiteral("lastuid")).toInt(), 5);
+        settings.setValue(QStringLiteral("runnum"), 1);
+        settings.sync();
+        for (const char* line : {"lastuid=5\n", "runnum=1\n", "skipped_version=1.0\n"})
+            QVERIFY2(readFile(file).contains(line), line);
+    }
+
     void fullDiskLeavesTheSettingsAsTheyAre_data()
     {
         QTest::addColumn<int>("room");
