@@ -18,8 +18,8 @@ public:
     UserLock(const UserLock&) = delete;
     UserLock& operator=(const UserLock&) = delete;
 
-    /// False when a client of this user runs already, and where the memory that would tell cannot be made. The
-    /// system takes the lock back from a process that ends without releasing it.
+    /// False when a client of this user runs already, and where the memory that would tell cannot be made. A killed
+    /// client keeps nobody from taking it.
     bool take();
     void release();
 

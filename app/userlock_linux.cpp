@@ -2,6 +2,7 @@
 
 #include <QCryptographicHash>
 #include <QDateTime>
+#include <QFile>
 #include <QFileInfo>
 #include <QSharedMemory>
 #include <QStandardPaths>
@@ -20,7 +21,6 @@ namespace
 {
 
 constexpr int lockSize = 1;
-constexpr qint64 never = -1;
 constexpr qint64 longestStart = 60; ///< in s, from the key file to the memory
 
 } // namespace
@@ -29,8 +29,8 @@ struct UserLock::Private final
 {
     bool takeSocket();
     bool takeMemory();
-    bool createMemory();
-    void releaseAbandoned();
+    bool releaseAbandoned();
+    bool isClients() const;
     bool look(shmid_ds& segment) const;
 
     QSharedMemory memory;
@@ -78,36 +78,40 @@ bool UserLock::Private::takeSocket()
 bool UserLock::Private::takeMemory()
 {
     releaseAbandoned();
-    const QFileInfo keyFile(memory.nativeKey());
-    const qint64 made = keyFile.exists() ? keyFile.lastModified().toSecsSinceEpoch() : never;
-    if (createMemory())
+    QFile keyFile(memory.nativeKey());
+    const bool isKeyFileNew = keyFile.open(QIODevice::WriteOnly | QIODevice::NewOnly);
+    keyFile.close();
+    while (!memory.create(lockSize, QSharedMemory::ReadWrite)) {
+        if (memory.error() != QSharedMemory::AlreadyExists)
+            return memory.error() == QSharedMemory::PermissionDenied; // another user's
+        // The key of a new file can be that of memory that a killed client left.
+        if (releaseAbandoned())
+            continue;
+        if (!isKeyFileNew && isClients())
+            return false;
+        keyFile.remove(); // the next start is not to take it for a running client's
         return true;
-    // The key of the file that was made for it can be that of memory that a killed client left.
-    releaseAbandoned();
-    if (createMemory())
-        return true;
-    if (memory.error() != QSharedMemory::AlreadyExists)
-        return memory.error() == QSharedMemory::PermissionDenied; // another user's
-    shmid_ds segment = {};
-    if (made != never && look(segment) && segment.shm_nattch > 0 &&
-        (segment.shm_segsz == lockSize || segment.shm_ctime - made < longestStart))
-        return false;
-    // Another program's. The next start is not to take the file for a running client's.
-    QFile::remove(memory.nativeKey());
+    }
     return true;
 }
 
-bool UserLock::Private::createMemory()
-{
-    return memory.create(lockSize, QSharedMemory::ReadWrite);
-}
-
-/// Segments outlive their process. Whoever lets go of one last removes it; that of a living client stays.
-void UserLock::Private::releaseAbandoned()
+/// Segments outlive their process; whoever lets go of one last removes it. Does nothing to those in use, and to what
+/// is none of a client's.
+bool UserLock::Private::releaseAbandoned()
 {
     shmid_ds segment = {};
-    if (look(segment) && segment.shm_segsz == lockSize && memory.attach(QSharedMemory::ReadOnly))
-        memory.detach();
+    return look(segment) && segment.shm_segsz == lockSize && segment.shm_nattch == 0 &&
+           memory.attach(QSharedMemory::ReadOnly) && memory.detach();
+}
+
+/// Whether a running client has the memory: it is of a lock's size, or else came with the key file.
+bool UserLock::Private::isClients() const
+{
+    shmid_ds segment = {};
+    if (!look(segment) || segment.shm_nattch == 0)
+        return false;
+    const qint64 age = segment.shm_ctime - QFileInfo(memory.nativeKey()).lastModified().toSecsSinceEpoch();
+    return segment.shm_segsz == lockSize || (age >= 0 && age < longestStart);
 }
 
 /// The segment under the key that Qt cuts from the key file; false where there is none, and for another user's.

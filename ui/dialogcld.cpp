@@ -98,7 +98,7 @@ void DialogCld::copyStatusIcons() const
         QFile resource(QStringLiteral(":/") + QLatin1String(name));
         QFile copy(m_server->stateDir() + QLatin1Char('/') + QLatin1String(name));
         const QByteArray icon = resource.open(QIODevice::ReadOnly) ? resource.readAll() : QByteArray();
-        if (!copy.open(QIODevice::ReadOnly) || copy.readAll() != icon) {
+        if (!icon.isEmpty() && (!copy.open(QIODevice::ReadOnly) || copy.readAll() != icon)) {
             copy.close();
             privatefiles::write(copy.fileName(), icon);
         }

@@ -4,7 +4,7 @@
 
 #include <QDataStream>
 #include <QFile>
-#include <QRegularExpression>
+#include <QSet>
 #include <QSettings>
 
 #include <cctype>
@@ -42,20 +42,32 @@ QByteArray escapedText(const QString& text)
 {
     QByteArray escaped;
     bool isAfterCode = false; // of which the reader would take a digit that follows for a part
+    bool isQuoted = text.startsWith(u' ') || text.endsWith(u' ');
     for (const QChar character : text) {
         const ushort code = character.unicode();
         isAfterCode = code < ' ' || code > '~' || (isAfterCode && std::isxdigit(code) != 0);
+        isQuoted = isQuoted || code == ';' || code == ',' || code == '=' || code == '"';
         if (isAfterCode)
             escaped += "\\x" + QByteArray::number(code, 16);
         else
             escaped += (code == '"' || code == '\\' ? "\\" : "") + QByteArray(1, static_cast<char>(code));
     }
-    static const QRegularExpression special(QStringLiteral("^ |[;,=\"]| $"));
-    return special.match(text).hasMatch() ? '"' + escaped + '"' : escaped;
+    return isQuoted ? '"' + escaped + '"' : escaped;
+}
+
+/// A value that has no text of its own, in one of the versions that the reader knows.
+QByteArray escapedStream(const char* name, QDataStream::Version version, const QVariant& value)
+{
+    QByteArray bytes;
+    QDataStream stream(&bytes, QIODevice::WriteOnly);
+    stream.setVersion(version);
+    stream << value;
+    return escapedText(QLatin1String(name) + u'(' + QString::fromLatin1(bytes.constData(), bytes.size()) + u')');
 }
 
 QByteArray escapedValue(const QVariant& value)
 {
+    const QString text = value.toString();
     switch (static_cast<QMetaType::Type>(value.type())) {
     case QMetaType::Bool:
     case QMetaType::Int:
@@ -63,20 +75,17 @@ QByteArray escapedValue(const QVariant& value)
     case QMetaType::LongLong:
     case QMetaType::ULongLong:
     case QMetaType::Double:
-        return value.toString().toLatin1();
+        return text.toLatin1();
     case QMetaType::QString:
-        if (!value.toString().contains(QChar::Null))
-            return escapedText((value.toString().startsWith(u'@') ? QStringLiteral("@") : QString()) +
-                               value.toString());
-        break;
+        if (text.contains(QChar::Null))
+            break;
+        return escapedText(text.startsWith(u'@') ? u'@' + text : text);
+    case QMetaType::QDateTime:
+        return escapedStream("@DateTime", QDataStream::Qt_5_6, value);
     default:
         break;
     }
-    QByteArray bytes;
-    QDataStream stream(&bytes, QIODevice::WriteOnly);
-    stream.setVersion(QDataStream::Qt_4_0); // the reader's
-    stream << value;
-    return escapedText(QStringLiteral("@Variant(") + QString::fromLatin1(bytes) + QLatin1Char(')'));
+    return escapedStream("@Variant", QDataStream::Qt_4_0, value);
 }
 
 QByteArray iniText(const QSettings::SettingsMap& settings)
@@ -103,22 +112,34 @@ QString openFiles()
     return QStringLiteral("/proc/self/fd/");
 }
 
+/// Files whose reading failed: what they hold would be lost with the next writing.
+QSet<QString>& unread()
+{
+    static QSet<QString> files;
+    return files;
+}
+
 /// With Qt's own reader, for which the file needs another name: it has locked what it knows under this one.
 bool read(QIODevice& device, QSettings::SettingsMap& settings)
 {
-    const int file = static_cast<QFileDevice&>(device).handle();
-    const QSettings ini(openFiles() + QString::number(file), QSettings::IniFormat);
+    const auto& file = static_cast<QFileDevice&>(device);
+    const QSettings ini(openFiles() + QString::number(file.handle()), QSettings::IniFormat);
+    if (ini.status() == QSettings::AccessError) {
+        unread().insert(file.fileName());
+        return false;
+    }
+    unread().remove(file.fileName());
     const QStringList keys = ini.allKeys();
     for (const QString& key : keys)
         settings.insert(key, ini.value(key));
-    return ini.status() != QSettings::AccessError; // a line that is no setting costs no other
+    return true; // also with a line that is no setting
 }
 
 bool write(QIODevice& device, const QSettings::SettingsMap& settings)
 {
     const QByteArray text = iniText(settings);
     auto& file = static_cast<QFileDevice&>(device);
-    const bool written = file.write(text) == text.size() && file.flush();
+    const bool written = !unread().contains(file.fileName()) && file.write(text) == text.size() && file.flush();
     if (!written)
         ORVEL_LOG << "Unable to write" << file.fileName() << file.errorString();
     return written;

@@ -485,14 +485,16 @@ private slots:
     {
         // A seed that fails gets a row.
         QTest::addColumn<quint32>("seed");
+        QTest::addColumn<int>("operations");
         const auto asked = static_cast<quint32>(qEnvironmentVariableIntValue("ORVEL_TEST_SEED"));
-        QTest::newRow("seed 101") << 101U;
-        QTest::newRow("another seed") << (asked != 0 ? asked : QRandomGenerator::global()->generate() & 0x7FFFFFFFU);
+        QTest::newRow("seed 101") << 101U << usualOperations;
+        QTest::newRow("another seed") << (asked != 0 ? asked : QRandomGenerator::global()->generate() & 0x7FFFFFFFU)
+                                      << qMax(usualOperations, qEnvironmentVariableIntValue("ORVEL_TEST_OPERATIONS"));
     }
     void bothSidesBecomeEqualAndNothingIsLost()
     {
         QFETCH(quint32, seed);
-        const int operations = qMax(usualOperations, qEnvironmentVariableIntValue("ORVEL_TEST_OPERATIONS"));
+        QFETCH(int, operations);
         m_random = std::make_unique<QRandomGenerator>(seed);
         std::printf("seed %u, %d operations\n", seed, operations);
         std::fflush(stdout);

@@ -50,7 +50,8 @@ public:
     bool isComplete() const
     {
         shmid_ds state = {};
-        return std::all_of(m_ids.cbegin(), m_ids.cend(), [&](int id) { return shmctl(id, IPC_STAT, &state) == 0; });
+        return !m_ids.isEmpty() &&
+               std::all_of(m_ids.cbegin(), m_ids.cend(), [&](int id) { return shmctl(id, IPC_STAT, &state) == 0; });
     }
 
 private:
@@ -187,17 +188,21 @@ private slots:
     void memoryOfAnotherProgramUnderTheKeyOfAnEarlierClientIsLeftAlone_data()
     {
         QTest::addColumn<bool>("used");
-        QTest::newRow("used") << true;
-        QTest::newRow("not used at the moment") << false;
+        QTest::addColumn<int>("ageOfFile"); // in s, when the memory came
+        QTest::newRow("used") << true << 86400;
+        QTest::newRow("not used at the moment") << false << 86400;
+        QTest::newRow("older than the file of a client killed while it looked") << true << -5;
     }
     void memoryOfAnotherProgramUnderTheKeyOfAnEarlierClientIsLeftAlone()
     {
         QFETCH(bool, used);
+        QFETCH(int, ageOfFile);
         writeFile(keyFile(), "");
         QFile file(keyFile());
         QVERIFY(file.open(QIODevice::ReadWrite) &&
-                file.setFileTime(QDateTime::currentDateTime().addDays(-1), QFileDevice::FileModificationTime));
+                file.setFileTime(QDateTime::currentDateTime().addSecs(-ageOfFile), QFileDevice::FileModificationTime));
         OtherMemory memory({keyOf(keyFile())}, 4096);
+        QVERIFY(memory.isComplete());
         if (used)
             memory.attach();
         for (int i = 0; i < 2; ++i) {

@@ -3,11 +3,16 @@
 #include "tests/support/fulldisk.h"
 #include "tests/support/test.h"
 
+#include <QDateTime>
 #include <QDir>
 #include <QFileInfo>
 #include <QRandomGenerator>
 #include <QRect>
 #include <QSettings>
+#include <QTemporaryDir>
+
+#include <sys/resource.h>
+#include <unistd.h>
 
 class SettingsFileTest final : public Test
 {
@@ -38,7 +43,7 @@ private:
                 text += random.bounded(40) == 0 ? QChar(random.bounded(0x10000)) : odd.at(random.bounded(odd.size()));
             return text;
         };
-        switch (random.bounded(9)) {
+        switch (random.bounded(10)) {
         case 0:
             return random.bounded(2) == 0;
         case 1:
@@ -51,6 +56,8 @@ private:
             return QStringList{randomText(), randomText()};
         case 5:
             return QRect(1, -2, 3, 4);
+        case 6:
+            return QDateTime(QDate(2026, 11, 22), QTime(1, 2, 3, 4), Qt::UTC).addSecs(random.bounded(1000000));
         default:
             return randomText();
         }
@@ -98,37 +105,74 @@ private slots:
         const QStringList keys{QStringLiteral("runnum"),
                                QStringLiteral("QtSparkle/skipped_version"),
                                QStringLiteral("General"),
-                               QStringLiteral("general/deep/down"),
+                               QStringLiteral("General/deep/down"),
                                QString::fromUtf8("\xc4\x8d 1/%=;[]\"\n\xf0\x9f\x98\x80"),
                                QStringLiteral("1/a")};
+        const QTemporaryDir directory;
+        int copies = 0;
+        // Under a new name, as readers remember what they read.
+        const auto asRead = [&](const QString& file) {
+            const QString copy = directory.filePath(QString::number(++copies));
+            return QFile::copy(file, copy) ? allOf(QSettings(copy, QSettings::IniFormat)) : QVariantMap();
+        };
         QRandomGenerator random(1);
+        settingsfile::install();
         for (int i = 0; i < 500; ++i) {
-            QSettings plain;
-            plain.clear();
-            plain.sync();
-            settingsfile::install();
             QSettings ours;
-            QCOMPARE(ours.fileName(), plain.fileName());
-            for (const QString& key : keys)
-                ours.setValue(key, randomValue(random));
-            const QVariantMap written = allOf(ours);
-            ours.sync();
-            QCOMPARE(ours.status(), QSettings::NoError);
-            QSettings::setDefaultFormat(QSettings::NativeFormat);
-            plain.sync();
-            const QVariantMap read = allOf(plain);
-            QCOMPARE(read.keys(), written.keys());
+            QSettings plain(directory.filePath(QStringLiteral("plain%1").arg(i)), QSettings::IniFormat);
+            ours.clear();
             for (const QString& key : keys) {
-                QCOMPARE(read.value(key).toString(), written.value(key).toString());
-                QCOMPARE(read.value(key).toByteArray(), written.value(key).toByteArray());
-                QCOMPARE(read.value(key).toStringList(), written.value(key).toStringList());
-                QCOMPARE(read.value(key).toRect(), written.value(key).toRect());
+                const QVariant value = randomValue(random);
+                ours.setValue(key, value);
+                plain.setValue(key, value);
             }
-            plain.setValue(QStringLiteral("one more"), randomValue(random));
-            plain.sync();
             ours.sync();
-            QCOMPARE(allOf(ours), allOf(plain));
+            plain.sync();
+            QCOMPARE(ours.status(), QSettings::NoError);
+            const QVariantMap expected = asRead(plain.fileName());
+            QCOMPARE(expected.size(), keys.size());
+            const QVariantMap read = asRead(ours.fileName());
+            QVERIFY2(read == expected, (readFile(ours.fileName()) + readFile(plain.fileName())).constData());
+
+            // A time of its own, so that it is read.
+            writeFile(ours.fileName(), readFile(plain.fileName()));
+            QFile file(ours.fileName());
+            QVERIFY(file.open(QIODevice::ReadWrite) &&
+                    file.setFileTime(QDateTime::currentDateTime().addSecs(-1 - i), QFileDevice::FileModificationTime));
+            file.close();
+            ours.sync();
+            QCOMPARE(allOf(ours), expected);
+            ours.setValue(QStringLiteral("one more"), 1);
+            ours.sync();
+            QVariantMap more = expected;
+            more.insert(QStringLiteral("one more"), QStringLiteral("1"));
+            QCOMPARE(asRead(ours.fileName()), more);
         }
+    }
+
+    void settingsThatCouldNotBeReadAreLeftAsTheyAre()
+    {
+        const QString file = QSettings().fileName();
+        const QByteArray before = "[General]\nlastuid=5\n";
+        writeFile(file, before);
+        settingsfile::install();
+        rlimit limit = {};
+        getrlimit(RLIMIT_NOFILE, &limit);
+        {
+            // As many as it takes to open the file, and not to read it.
+            const int next = dup(0);
+            close(next);
+            const rlimit few = {static_cast<rlim_t>(next) + 1, limit.rlim_max};
+            setrlimit(RLIMIT_NOFILE, &few);
+            const QSettings settings;
+            setrlimit(RLIMIT_NOFILE, &limit);
+            QCOMPARE(settings.value(QStringLiteral("lastuid")).toInt(), 0);
+        }
+        QSettings settings;
+        settings.setValue(QStringLiteral("runnum"), 1);
+        settings.sync();
+        QCOMPARE(readFile(file), before);
+        QCOMPARE(log().filter(QStringLiteral("Unable to write")).size(), 1);
     }
 
     void usualSettingsAreWrittenAsEverybodyWritesThem()
