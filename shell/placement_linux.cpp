@@ -64,13 +64,16 @@ void setCustomIcon(const QDir& root, const QString& icon)
 {
     if (icon.isEmpty() || !root.exists() || QStandardPaths::findExecutable(QStringLiteral("gio")).isEmpty())
         return;
+    // A shell that only starts another one. Qt's detached processes run its own code in a fork of the client, which
+    // waits for it: a lock that another thread held at the fork is never opened there, and both would hang.
+    const QString shell = QStringLiteral("/bin/sh");
     QProcess process;
-    process.setProgram(QStringLiteral("/bin/sh"));
-    process.setArguments(customIconCommand(root.absolutePath(), icon));
     process.setStandardInputFile(QProcess::nullDevice());
     process.setStandardOutputFile(QProcess::nullDevice());
     process.setStandardErrorFile(QProcess::nullDevice());
-    process.startDetached();
+    process.start(shell, QStringList{QStringLiteral("-c"), QStringLiteral("\"$@\" &"), shell, shell} +
+                             customIconCommand(root.absolutePath(), icon));
+    process.waitForFinished();
 }
 
 /// One bookmark file of the user's, as long as a change takes.

@@ -5,14 +5,30 @@
 #include "tests/support/privileges.h"
 #include "tests/support/test.h"
 
+#include <QElapsedTimer>
 #include <QProcess>
 
+#include <pthread.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
+
+#include <cstdlib>
+#include <new>
 
 using namespace placement;
 
 namespace
 {
+
+/// Allocations between a fork of this program and the start of another one, counted in memory that the two share.
+/// Another thread may hold a lock of the allocator when it forks, and no one ever opens it in the child.
+volatile int* allocationsInForks = nullptr;
+bool isFork = false;
+
+void noteFork()
+{
+    isFork = true;
+}
 
 const QByteArray emptyPlaces = "<xbel>\n</xbel>\n";
 const QByteArray kdeFolderIcon = "[Desktop Entry]\nIcon=folder-cloud\n";
@@ -75,6 +91,35 @@ void installGio()
 
 } // namespace
 
+void* operator new(std::size_t size)
+{
+    if (isFork)
+        ++*allocationsInForks;
+    if (void* memory = std::malloc(size > 0 ? size : 1))
+        return memory;
+    throw std::bad_alloc();
+}
+void* operator new[](std::size_t size)
+{
+    return operator new(size);
+}
+void operator delete(void* memory) noexcept
+{
+    std::free(memory);
+}
+void operator delete(void* memory, std::size_t /*size*/) noexcept
+{
+    std::free(memory);
+}
+void operator delete[](void* memory) noexcept
+{
+    std::free(memory);
+}
+void operator delete[](void* memory, std::size_t /*size*/) noexcept
+{
+    std::free(memory);
+}
+
 class PlacementLinuxTest final : public Test
 {
     Q_OBJECT
@@ -100,6 +145,14 @@ protected:
     }
 
 private slots:
+    static void initTestCase()
+    {
+        void* shared = mmap(nullptr, sizeof(int), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+        QVERIFY(shared != MAP_FAILED);
+        allocationsInForks = static_cast<volatile int*>(shared);
+        QCOMPARE(pthread_atfork(nullptr, nullptr, noteFork), 0);
+    }
+
     // The icon's file
 
     void iconIsLaidIntoTheDataDirectoryOnce()
@@ -143,6 +196,28 @@ private slots:
         QCOMPARE(set, "set\n" + m_root.path().toUtf8() + "\nmetadata::custom-icon\n" +
                           folderUrl(inHome("data/o \u010D.png")).toUtf8() + '\n');
         QCOMPARE(m_root.entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot), QStringList());
+    }
+
+    void folderIconIsSetWithoutAnAllocationInAForkOfTheClient()
+    {
+        *allocationsInForks = 0;
+        setFolderIcon(m_root, inHome("data/orvel.png"));
+        EVENTUALLY(QFile::exists(inHome("tmp/set")));
+        QCOMPARE(int(*allocationsInForks), 0);
+    }
+
+    void folderIconIsAwaitedByNobody()
+    {
+        // The tool ends only after a word that comes when the call is over.
+        const QString program = inHome("bin/gio");
+        writeFile(program, "#!/bin/sh\nread word <\"$HOME/tmp/word\"\necho \"$word\" >\"$HOME/tmp/heard\"\n");
+        QVERIFY(mkfifo(QFile::encodeName(inHome("tmp/word")).constData(), 0600) == 0);
+        QElapsedTimer called;
+        called.start();
+        setFolderIcon(m_root, inHome("data/orvel.png"));
+        QVERIFY(called.elapsed() < 5000);
+        writeFile(inHome("tmp/word"), "over\n");
+        EVENTUALLY(readFile(inHome("tmp/heard")) == "over\n");
     }
 
     void folderIconThatTheUserChoseStays_data()
