@@ -78,6 +78,14 @@ shoot_window() {
   shoot "$(window_of "$1")" "$2"
 }
 
+# press WINDOW KEY...: by way of the window manager, which may still be passing the keyboard on from a window that
+# has just closed.
+press() {
+  local window=$1
+  shift
+  xdotool windowactivate --sync "$window" key "$@"
+}
+
 window_manager_runs() {
   xprop -root _NET_SUPPORTING_WM_CHECK | grep -q 'window id'
 }
@@ -274,7 +282,7 @@ await "the guide of the first start" window_shown "Welcome to Orvel Storage"
 await "the guide in front of the main window" is_above "Welcome to Orvel Storage" "Orvel Storage"
 for page in 1 2 3 4; do
   shoot_window "Welcome to Orvel Storage" "guide-$page.png"
-  xdotool windowfocus --sync "$(window_of "Welcome to Orvel Storage")" key Return
+  press "$(window_of "Welcome to Orvel Storage")" Return
 done
 await "the guide closes" window_gone "Welcome to Orvel Storage"
 
@@ -288,7 +296,7 @@ shoot_window "Orvel Storage" refused.png
 sign_in team@orvel.example team
 await "two accounts to choose from" kind_shown UTILITY
 shoot_kind UTILITY picker.png
-xdotool windowfocus --sync "$(windows_of_kind UTILITY)" key Escape
+press "$(windows_of_kind UTILITY)" Escape
 await "the choice is put off" kind_gone UTILITY
 sign_in trial@orvel.example trial
 await "signed in" logged "maindlg: network state  ok"
@@ -340,7 +348,7 @@ open_menu
 choose 2 Up
 await "a new version is offered" window_shown "Software Update"
 shoot_window "Software Update" update.png
-xdotool windowfocus --sync "$(window_of "Software Update")" key Return
+press "$(window_of "Software Update")" Return
 await "its download in the browser" opened '/orvel-9.9.exe$'
 await "the offer closes" window_gone "Software Update"
 
@@ -352,12 +360,12 @@ mv "$folder" "$moved"
 start_client
 await "the question for the missing folder" kind_shown UTILITY
 await "the new version is offered again, by itself" window_shown "Software Update"
-xdotool windowfocus --sync "$(window_of "Software Update")" key Escape
+press "$(window_of "Software Update")" Escape
 await "the offer is put off" window_gone "Software Update"
 shoot_kind UTILITY missing.png
-xdotool windowfocus --sync "$(windows_of_kind UTILITY)" key space
+press "$(windows_of_kind UTILITY)" space
 await "the folder chooser" window_shown "Pick Orvel Storage folder"
-xdotool windowfocus --sync "$(window_of "Pick Orvel Storage folder")" type --delay 20 "$moved"
+xdotool windowactivate --sync "$(window_of "Pick Orvel Storage folder")" type --delay 20 "$moved"
 xdotool key Return
 folder=$moved
 await "the folder at its new place is synced" logged "maindlg: network state  ok"
@@ -370,9 +378,9 @@ rm -rf "$folder"
 start_client
 await "the question for the missing folder" kind_shown UTILITY
 await "the offer" window_shown "Software Update"
-xdotool windowfocus --sync "$(window_of "Software Update")" key Escape
+press "$(window_of "Software Update")" Escape
 await "is put off" window_gone "Software Update"
-xdotool windowfocus --sync "$(windows_of_kind UTILITY)" key Tab space
+press "$(windows_of_kind UTILITY)" Tab space
 await "the engine works again" logged "maindlg: network state  ok"
 folder=$(sed -n 's/.*"homepath" : "\([^"]*\)".*/\1/p' "$home/.local/share/orvel/config.json")
 folder=${folder:-$home}/$(sed -n 's/.*"homefolder" : "\([^"]*\)".*/\1/p' "$home/.local/share/orvel/config.json")
