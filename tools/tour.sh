@@ -246,6 +246,14 @@ sign_in() {
   xdotool key Return
 }
 
+# "Restore" is at the lower right of the question. With the mouse: a key that is lost would answer otherwise.
+restore() {
+  local question
+  question=$(windows_of_kind UTILITY)
+  eval "$(xdotool getwindowgeometry --shell "$question" | grep -E '^(WIDTH|HEIGHT)=')"
+  xdotool mousemove --window "$question" $((WIDTH - 74)) $((HEIGHT - 37)) click 1
+}
+
 leave() {
   open_menu
   choose 1 Up # "Exit" is the last entry
@@ -380,7 +388,7 @@ await "the question for the missing folder" kind_shown UTILITY
 await "the offer" window_shown "Software Update"
 press "$(window_of "Software Update")" Escape
 await "is put off" window_gone "Software Update"
-press "$(windows_of_kind UTILITY)" Tab space
+restore
 await "the engine works again" logged "maindlg: network state  ok"
 folder=$(sed -n 's/.*"homepath" : "\([^"]*\)".*/\1/p' "$home/.local/share/orvel/config.json")
 folder=${folder:-$home}/$(sed -n 's/.*"homefolder" : "\([^"]*\)".*/\1/p' "$home/.local/share/orvel/config.json")
