@@ -1,8 +1,8 @@
 #include "engine/engineprocess.h"
 
+#include <QAbstractEventDispatcher>
 #include <QSocketNotifier>
 
-#include <fcntl.h>
 #include <pthread.h>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -36,10 +36,9 @@ public:
     {
         static const int registered = pthread_atfork(nullptr, nullptr, endWithClient);
         Q_UNUSED(registered)
-        qRegisterMetaType<QProcess::ProcessError>();
         connect(this, SIGNAL(stateChanged(QProcess::ProcessState)), this, SLOT(noteFork(QProcess::ProcessState)));
         connect(this, SIGNAL(errorOccurred(QProcess::ProcessError)), this,
-                SLOT(forgetClosedPipe(QProcess::ProcessError)), Qt::QueuedConnection);
+                SLOT(forgetClosedPipe(QProcess::ProcessError)));
     }
 
 private slots:
@@ -48,16 +47,16 @@ private slots:
         forkingClient = state == Starting ? getpid() : 0;
     }
 
-    /// After a failed write Qt has closed the pipe and waits for it all the same, which its event loop complains
-    /// about and, where it is not that of GLib, does not survive for certain.
+    /// After a failed write Qt has closed the pipe but goes on waiting for it, which its event loop complains about and,
+    /// where it is not that of GLib, does not survive for certain. The loop is told to forget it behind the notifier's
+    /// back: one that counts as enabled is not enabled again, as Qt would do on return and with each further write.
     void forgetClosedPipe(QProcess::ProcessError error)
     {
         if (error != WriteError)
             return;
         for (auto* notifier : findChildren<QSocketNotifier*>()) {
-            if (notifier->type() == QSocketNotifier::Write &&
-                fcntl(static_cast<int>(notifier->socket()), F_GETFD) == -1)
-                notifier->setEnabled(false);
+            if (notifier->type() == QSocketNotifier::Write && notifier->isEnabled())
+                QAbstractEventDispatcher::instance()->unregisterSocketNotifier(notifier);
         }
     }
 };

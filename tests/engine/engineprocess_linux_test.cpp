@@ -52,6 +52,35 @@ private slots:
         QVERIFY((end.revents & POLLHUP) != 0);
         close(held[0]);
     }
+
+    void writingToAnEngineThatClosedItsInputIsInVain()
+    {
+        qRegisterMetaType<QProcess::ProcessError>();
+        const auto engine = makeEngineProcess();
+        QSignalSpy errors(engine.get(), SIGNAL(errorOccurred(QProcess::ProcessError)));
+        engine->start(QStringLiteral("/bin/sh"),
+                      {QStringLiteral("-c"), QStringLiteral("exec <&-; echo; kill -STOP $$")});
+        QVERIFY(engine->waitForReadyRead(deadline()));
+        // After the first time Qt would wait for a pipe that it has closed, and warns of it.
+        for (int write = 0; write < 20; ++write) {
+            engine->write("x");
+            QCoreApplication::processEvents();
+            EVENTUALLY(errors.size() == 1);
+        }
+        QCOMPARE(errors.at(0).at(0).value<QProcess::ProcessError>(), QProcess::WriteError);
+        QCOMPARE(engine->state(), QProcess::Running);
+        engine->kill();
+        QVERIFY(engine->waitForFinished(deadline()));
+
+        // The next one reads.
+        engine->start(QStringLiteral("/bin/cat"), QStringList());
+        engine->write("heard");
+        QByteArray output;
+        EVENTUALLY((output += engine->readAllStandardOutput()) == "heard");
+        engine->kill();
+        QVERIFY(engine->waitForFinished(deadline()));
+        QCOMPARE(errors.size(), 3); // the two kills
+    }
 };
 
 QTEST_GUILESS_MAIN(EngineProcessLinuxTest)
