@@ -47,9 +47,10 @@ private slots:
         forkingClient = state == Starting ? getpid() : 0;
     }
 
-    /// After a failed write Qt has closed the pipe but goes on waiting for it, which its event loop complains about and,
-    /// where it is not that of GLib, does not survive for certain. The loop is told to forget it behind the notifier's
-    /// back: one that counts as enabled is not enabled again, as Qt would do on return and with each further write.
+    /// After a failed write Qt has closed the pipe but goes on waiting for it, which its event loop complains about
+    /// and, where it is not that of GLib, does not survive for certain. The loop is told to forget it behind the
+    /// notifier's back: one that counts as enabled is not enabled again, as Qt would do on return and with each further
+    /// write.
     void forgetClosedPipe(QProcess::ProcessError error)
     {
         if (error != WriteError)
