@@ -285,14 +285,22 @@ Section "Uninstall"
   ${IfNot} ${Errors}
     Return
   ${EndIf}
+  ; This is a copy of it, which goes on while the original ends.
+  ${For} $R2 0 ${END_PATIENCE}
+    !insertmacro isFree "$INSTDIR\uninstall.exe" $R0
+    ${If} $R0 == yes
+      ${ExitFor}
+    ${EndIf}
+    Sleep 200
+  ${Next}
   Delete "$INSTDIR\uninstall.exe"
   SetOutPath "$TEMP"
   RMDir "$INSTDIR"
   Call un.leaveShell
-  DeleteRegKey HKCU "${UNINSTALL_KEY}"
   ${If} $removeData == yes
     DeleteRegKey HKCU "${SETTINGS_KEY}"
     DeleteRegKey /ifempty HKCU "Software\${PUBLISHER}"
     RMDir /r "$LOCALAPPDATA\orvel"
   ${EndIf}
+  DeleteRegKey HKCU "${UNINSTALL_KEY}"
 SectionEnd

@@ -82,7 +82,7 @@ class InstallerTest final : public Test
         return run(QString::fromLatin1(installer), QStringList{QStringLiteral("/S")} + more);
     }
 
-    /// It goes on in a copy of itself, whose last deed on disk is to remove the original.
+    /// It goes on in a copy of itself, whose last deed is to remove its entry.
     static bool uninstall(const QStringList& more = {})
     {
         if (run(installed(QStringLiteral("uninstall.exe")), QStringList{QStringLiteral("/S")} + more) != 0)

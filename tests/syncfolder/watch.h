@@ -59,6 +59,14 @@ public:
     /// Waits until a change in @p directory is reported, and with it all that were made before.
     bool catchUp(const QString& directory)
     {
+        // The first may be reported by a first look around, ahead of what was notified meanwhile.
+        return reports(directory) && reports(directory);
+    }
+
+private:
+    /// Waits until a new change in @p directory is reported.
+    bool reports(const QString& directory)
+    {
         static int number = 0;
         constexpr int patience = 25;
         QStringList markers;
@@ -77,7 +85,6 @@ public:
             deadline());
     }
 
-private:
     /// Wine sees into an earlier directory only when that is opened while its parent is watched.
     void open(const QString& directory) const
     {

@@ -55,6 +55,20 @@ private:
         m_dialog->trayActivated(reason);
     }
 
+    /// Clicks until the folder has been opened so many times; the time since before the last click.
+    QElapsedTimer clickUntilOpened(int times)
+    {
+        QElapsedTimer sinceClick;
+        (void)QTest::qWaitFor(
+            [&] {
+                sinceClick.start();
+                clickTray();
+                return m_opened.size() >= times;
+            },
+            deadline());
+        return sinceClick;
+    }
+
     /// The account's roots file with one root.
     void registerRoot(quint64 uid, const QString& parent, const QString& name)
     {
@@ -171,9 +185,11 @@ private slots:
     {
         create();
         sayState("ok", 7);
-        QTRY_COMPARE_WITH_TIMEOUT((clickTray(), m_opened.size()), 1, deadline()); // past the last test's click
-        clickTray();                                                              // far less than 200 ms later
+        const QElapsedTimer sinceOpened = clickUntilOpened(1); // past the last test's click
         QCOMPARE(m_opened.size(), 1);
+        clickTray();
+        if (sinceOpened.elapsed() < 200) // as ever, unless the computer stood still
+            QCOMPARE(m_opened.size(), 1);
         QCOMPARE(log().filter(QStringLiteral("syncfolder: AppActivated")).isEmpty(), false);
     }
 
@@ -181,10 +197,9 @@ private slots:
     {
         create();
         sayState("ok", 7);
-        QTRY_COMPARE_WITH_TIMEOUT((clickTray(), m_opened.size()), 1, deadline());
-        QElapsedTimer sinceOpened;
-        sinceOpened.start();
-        QTRY_COMPARE_WITH_TIMEOUT((clickTray(), m_opened.size()), 2, deadline());
+        const QElapsedTimer sinceOpened = clickUntilOpened(1);
+        (void)clickUntilOpened(2);
+        QCOMPARE(m_opened.size(), 2);
         QVERIFY2(sinceOpened.elapsed() >= 199, qPrintable(QString::number(sinceOpened.elapsed())));
     }
 
