@@ -6,7 +6,7 @@
 -include_lib("kernel/include/file.hrl").
 
 -export([look/1, list/1, hash/1, read/1, write_atomic/3, read_term/1, write_term/2,
-         ensure_dir/1,
+         ensure_dir/1, make_dir/1,
          join/2, from_native/1, cache_name/0]).
 
 -export_type([entry/0, sig/0]).
@@ -127,6 +127,8 @@ ensure_dir(Path) ->
             end
     end.
 
+%% Only the last part of the path is made.
+-spec make_dir(binary()) -> ok | {error, atom()}.
 make_dir(Path) ->
     case file:make_dir(Path) of
         {error, eexist} -> ok;

@@ -54,11 +54,15 @@ pass(Dirs, Force, Mirror0) ->
         {ok, Mirror1} ->
             Mirror2 = look(Dirs, Mirror1#{retry := false, again := false}),
             Same = maps:get(views, Mirror2) =:= maps:get(views, Mirror1),
-            case Same andalso not Force andalso maps:get(settled, Mirror1) of
+            case Same andalso not Force andalso is_settled(Mirror1, Mirror2) of
                 true -> {result(Mirror2), Mirror2};
                 false -> work(Mirror2)
             end
     end.
+
+%% With what is known by a later look.
+is_settled(#{settled := {until, Second}}, #{seen := Seen}) -> Seen < Second;
+is_settled(#{settled := Settled}, _) -> Settled.
 
 %% The tree is believed only for the two roots that it was made from.
 bind(#{uid := Uid, tree := Tree} = Mirror) ->
@@ -116,9 +120,16 @@ work(Mirror0) ->
     Actions = engine_plan:plan(Nodes, L1, C1, Hashes),
     Mirror3 = run(Actions, Mirror2#{hashes => Hashes, progress := progress(Actions, Mirror2)}),
     #{retry := Retry, again := Again} = Mirror3,
-    {Result, Mirror4} = {result(Mirror3), Mirror3#{settled := not (Retry orelse Again),
-                                                   progress := none}},
+    {Result, Mirror4} = {result(Mirror3),
+                         Mirror3#{settled := not (Retry orelse Again) andalso settled(Mirror3),
+                                  progress := none}},
     {Result, maps:remove(hashes, Mirror4)}.
+
+settled(#{tree := Tree, views := {Local, Cloud}, seen := Seen}) ->
+    case engine_plan:fresh_until(engine_tree:nodes(Tree), Local, Cloud, Seen) of
+        none -> true;
+        Second -> {until, Second}
+    end.
 
 read_all(Doubts, Mirror) ->
     lists:foldl(
@@ -271,9 +282,17 @@ renamed(Side, From, To, Mirror) ->
             %% What changed in it just before was reported under its old name.
             _ = Kind =:= dir andalso Side =:= local andalso (maps:get(report, Seen))({look_again, all}),
             #{Side := {_, Read}} = Base,
-            change({put, To, Base#{Side := {Sig, Read}}}, Seen);
+            forget_missing(Side, To, change({put, To, Base#{Side := {Sig, Read}}}, Seen));
         _ -> disturbed(To, Seen)
     end.
+
+%% What a renamed directory lacks may have been deleted by an engine that was
+%% killed before it could remember that, in favour of the new name. So that is
+%% taken for new, and not for deleted here.
+forget_missing(Side, Dir, #{tree := Tree} = Mirror) ->
+    lists:foldl(fun(Path, M) -> change({drop, Path}, M) end, Mirror,
+                [Path || Path <- maps:keys(engine_tree:nodes(Tree)),
+                         engine_path:is_below(Path, Dir), entry(Mirror, Side, Path) =:= absent]).
 
 copy(Side, Path, Action, #{opener := Opener, rate := Rate, temps := Temps,
                            prefix := Prefix} = Mirror) ->

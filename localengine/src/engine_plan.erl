@@ -7,7 +7,7 @@
 %% at, and everything below it, is left alone.
 -module(engine_plan).
 
--export([moves/3, doubts/3, plan/4, other/1, may_differ/2]).
+-export([moves/3, doubts/3, plan/4, other/1, may_differ/2, fresh_until/4]).
 
 -export_type([action/0, side/0, hashes/0]).
 
@@ -146,6 +146,23 @@ may_differ(_, #{kind := dir}) -> false;
 may_differ(Side, Base) ->
     #{Side := {{_, MTime, _, _}, _} = Mark} = Base,
     is_fresh(MTime, Mark).
+
+%% The second from which on reading them again tells whether files that may
+%% differ do; none without such a file. Seen is when the views were made. A time
+%% far ahead of it is none that a write gives.
+-spec fresh_until(nodes(), engine_scan:view(), engine_scan:view(), integer()) -> none | integer().
+fresh_until(Nodes, Local, Cloud, Seen) ->
+    Fresh = [{MTime, Path} || {Path, #{kind := file} = Base} <- maps:to_list(Nodes),
+                              Side <- [local, cloud],
+                              #{Side := {{_, MTime, _, _}, _} = Mark} <- [Base],
+                              is_fresh(MTime, Mark),
+                              %% Otherwise this pass has read it in vain.
+                              MTime + 2 > Seen, MTime < Seen + 60],
+    Frozen = frozen(Local, Cloud),
+    case [MTime || {MTime, Path} <- Fresh, not is_frozen(Path, Frozen)] of
+        [] -> none;
+        Times -> lists:max(Times) + 2
+    end.
 
 %% ---- The plan --------------------------------------------------------------
 

@@ -86,7 +86,7 @@ claim(Root, Uid) ->
         _ ->
             Token = binary:encode_hex(crypto:strong_rand_bytes(12)),
             Text = [<<"orvel-root ">>, integer_to_binary(Uid), $\s, Token, $\n],
-            case engine_file:ensure_dir(engine_file:join(Root, engine_file:cache_name())) of
+            case engine_file:make_dir(engine_file:join(Root, engine_file:cache_name())) of
                 ok ->
                     case engine_file:write_atomic(marker_name(Root), Text, 8#644) of
                         ok -> {ok, Token};

@@ -83,6 +83,50 @@ changeOfTheSameSizeIsSeenWithinTheSecond_test() ->
                 both_hold(#{<<"f">> => <<"six">>}, L, C)
         end).
 
+changeThatNothingTellsOfIsSeenLater_test_() ->
+    [{timeout, 30, fun() -> lab(fun(L, C, M) -> unseen_change(L, C, M, 10) end) end},
+     {timeout, 30, fun() -> lab(fun(L, C, M) -> unseen_change(C, L, M, 10) end) end}].
+
+%% Written once more within the second in which it was seen, and never again.
+unseen_change(Here, There, M0, Tries) when Tries > 0 ->
+    Name = <<"f", (integer_to_binary(Tries))/binary>>,
+    write(Here, Name, <<"one">>),
+    {_, M1} = settle(M0),
+    Before = engine_file:look(in(Here, Name)),
+    write(Here, Name, <<"two">>),
+    case engine_file:look(in(Here, Name)) of
+        Before -> pass_until(fun() -> read(in(There, Name)) =:= <<"two">> end, M1);
+        _ -> unseen_change(Here, There, M1, Tries - 1) % the second was over
+    end.
+
+pass_until(Condition, Mirror) ->
+    {_, Next} = engine_mirror:pass(all, false, Mirror),
+    case Condition() of
+        true -> ok;
+        false -> receive after 20 -> pass_until(Condition, Next) end
+    end.
+
+whatIsCertainIsNotReadAgain_test_() ->
+    Self = self(),
+    Opener = fun(Path, Modes) -> Self ! opened, file:open(Path, Modes) end,
+    [fun() ->
+             lab(#{opener => Opener},
+                 fun(L, _, M0) ->
+                         write(L, "f", <<"1">>),
+                         ok = file:change_time(in(L, "f"), {{Year, 1, 1}, {12, 0, 0}}),
+                         {_, M1} = settle(M0),
+                         ?assert(opened() > 0),
+                         {_, M2} = engine_mirror:pass(all, false, M1),
+                         {_, _} = engine_mirror:pass(all, false, M2),
+                         ?assertEqual(0, opened())
+                 end)
+     end || Year <- [2020, 2040]].
+
+opened() ->
+    receive opened -> 1 + opened()
+    after 0 -> 0
+    end.
+
 touchedFileIsNotCopiedAgain_test() ->
     lab(fun(L, C, M0) ->
                 write(L, "f", <<"same">>),
@@ -93,6 +137,19 @@ touchedFileIsNotCopiedAgain_test() ->
                 settle(M1),
                 ?assertEqual({file, Before}, engine_file:look(in(C, "f"))),
                 ?assertEqual(0, copies())
+        end).
+
+%% The tree is older than what an engine did just before it was killed.
+ownDeletionThatIsNotRememberedDoesNotFollowARenamedDirectory_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "old/deleted", <<"1">>),
+                write(L, "old/left", <<"2">>),
+                {_, #{tree := Before}} = settle(M0),
+                ok = file:rename(in(C, "old"), in(C, "new")),
+                ok = file:delete(in(L, "old/deleted")),
+                settle(start(filename:dirname(L), #{tree => Before})),
+                both_hold(#{<<"new">> => dir, <<"new/deleted">> => <<"1">>,
+                            <<"new/left">> => <<"2">>}, L, C)
         end).
 
 deletionsOfWholeSubtreesFollow_test() ->

@@ -46,6 +46,21 @@ fileOfThatNameIsPassedOver_test() ->
                 ?assertEqual({ok, in(Lab, "Orvel 2")}, engine_roots:choose(Lab, <<"Orvel">>, 1))
         end).
 
+directoryThatGoesWhileItIsClaimedIsNotMadeAgain_test() ->
+    lab(fun(Lab) ->
+                Root = in(Lab, "root"),
+                [begin
+                     ok = file:make_dir(Root),
+                     {Pid, Ref} = spawn_monitor(fun() -> engine_roots:claim(Root, 1) end),
+                     Gone = file:del_dir_r(Root),
+                     receive {'DOWN', Ref, process, Pid, normal} -> ok end,
+                     case Gone of
+                         ok -> ?assertNot(engine_lab:exists(Root));
+                         _ -> _ = file:del_dir_r(Root) % something was made in it
+                     end
+                 end || _ <- lists:seq(1, 500)]
+        end).
+
 markerTellsTheKnownDirectoryFromAnother_test() ->
     lab(fun(Lab) ->
                 ?assertEqual(missing, engine_roots:check(in(Lab, "none"))),
