@@ -50,8 +50,15 @@ same_files() {
   diff -r --exclude '*.cache' "$folder" "$cloud"
 }
 
+# The client's visible windows. One that goes while xdotool looks at it ends the search, which is begun again then.
+windows() {
+  local found
+  until found=$(xdotool search --all --onlyvisible --pid "$client" "$@" 2>&1) || [[ $found != *"X Error"* ]]; do :; done
+  grep -E '^[0-9]+$' <<<"$found"
+}
+
 window_of() {
-  xdotool search --all --onlyvisible --pid "$client" --name "^$1\$" 2>/dev/null | head -n 1
+  windows --name "^$1\$" | head -n 1
 }
 
 window_shown() {
@@ -100,7 +107,7 @@ is_above() {
 # The visible windows of the client that are of one of these types, such as TOOLTIP or UTILITY.
 windows_of_kind() {
   local id
-  for id in $(xdotool search --onlyvisible --pid "$client" 2>/dev/null); do
+  for id in $(windows); do
     if xprop -id "$id" _NET_WM_WINDOW_TYPE 2>/dev/null | grep -qE "_TYPE_($1)"; then printf '%s\n' "$id"; fi
   done
 }
@@ -182,8 +189,9 @@ opened() {
 # What the file manager's extension does: one message in UTF-16 on the local pipe.
 shell_command() {
   perl -MIO::Socket::UNIX -MEncode -e '
+    my $message = encode("UTF-16LE", decode("UTF-8", $ARGV[0]));
     my $pipe = IO::Socket::UNIX->new(Peer => "$ENV{TMPDIR}/kestaextcommands") or die "no pipe";
-    print $pipe encode("UTF-16LE", decode("UTF-8", $ARGV[0]));' "$1"
+    print $pipe $message;' "$1"
 }
 
 start_client() {
@@ -221,10 +229,12 @@ point_at_tray() {
   xdotool mousemove $((X + WIDTH / 2)) $((Y + HEIGHT / 2))
 }
 
+menus='POPUP_MENU|DROPDOWN_MENU|MENU'
+
 open_menu() {
   point_at_tray
   xdotool click 3
-  await "the tray menu" kind_shown 'POPUP_MENU|DROPDOWN_MENU|MENU'
+  await "the tray menu" kind_shown "$menus"
 }
 
 # choose PRESSES KEY: an entry of the open menu, counted from its top (Down) or its end (Up).
@@ -234,13 +244,18 @@ choose() {
   xdotool key Return
 }
 
+# click WINDOW X Y: counted from the right and the bottom where negative.
+click() {
+  eval "$(xdotool getwindowgeometry --shell "$1" | grep -E '^(WIDTH|HEIGHT)=')"
+  xdotool mousemove --window "$1" $(($2 < 0 ? WIDTH + $2 : $2)) $(($3 < 0 ? HEIGHT + $3 : $3)) click 1
+}
+
 # The form as its fields follow each other: e-mail, password, Enter.
 sign_in() {
   local main
   main=$(window_of "Orvel Storage")
   xdotool windowactivate --sync "$main"
-  eval "$(xdotool getwindowgeometry --shell "$main" | grep -E '^(WIDTH|HEIGHT)=')"
-  xdotool mousemove --window "$main" $((WIDTH / 2)) 72 click 1
+  click "$main" 150 72
   xdotool key ctrl+a type --delay 20 "$1"
   xdotool key Tab ctrl+a type --delay 20 "$2"
   xdotool key Return
@@ -248,15 +263,14 @@ sign_in() {
 
 # "Restore" is at the lower right of the question. With the mouse: a key that is lost would answer otherwise.
 restore() {
-  local question
-  question=$(windows_of_kind UTILITY)
-  eval "$(xdotool getwindowgeometry --shell "$question" | grep -E '^(WIDTH|HEIGHT)=')"
-  xdotool mousemove --window "$question" $((WIDTH - 74)) $((HEIGHT - 37)) click 1
+  click "$(windows_of_kind UTILITY)" -74 -37
 }
 
 leave() {
   open_menu
-  choose 1 Up # "Exit" is the last entry
+  # "Exit" is the last entry. With the mouse: where no other window of the client is shown, the menu may have to wait
+  # for the keyboard.
+  click "$(windows_of_kind "$menus" | head -n 1)" 20 -12
   local leaving=$client end=$((SECONDS + patience)) status=0
   client=
   while kill -0 "$leaving" 2>/dev/null; do

@@ -59,6 +59,11 @@ cloud(Lab) -> cloud(Lab, "1001").
 cloud(Lab, Uid) -> in(Lab, "state/cloud/" ++ Uid).
 state_file(Lab, Name) -> in(Lab, "state/" ++ Name).
 
+remembered(Lab, Path) ->
+    wait({remembered, Path}, fun() ->
+        engine_tree:get(Path, engine_tree:load(state_file(Lab, "1001.tree"))) =/= none
+    end).
+
 in_cloud(Lab, Name, Content) ->
     wait({in_cloud, Name}, fun() -> read(in(cloud(Lab), Name)) =:= Content end).
 
@@ -172,6 +177,7 @@ rename(Lab) ->
     in_cloud(Lab, <<"new/sub/ž.txt"/utf8>>, <<"content">>),
     wait(renamed, fun() -> query(Client, in(Root, <<"new/sub/ž.txt"/utf8>>)) =:= Ids end),
     ?assertEqual([], query(Client, in(Root, "old"))),
+    remembered(Lab, <<"new/sub/ž.txt"/utf8>>),
     engine_client:close(Client),
     Again = engine_client:start(Lab),
     engine_client:config(Again),
@@ -260,6 +266,7 @@ root_moved(Lab) ->
     Root = root(Lab),
     write_new(Client, Root, "d/f", <<"1">>),
     in_cloud(Lab, "d/f", <<"1">>),
+    remembered(Lab, <<"d/f">>),
     engine_client:close(Client),
     Before = engine_file:look(in(cloud(Lab), "d/f")),
     Moved = in(Lab, <<"elsewhere/Škatla"/utf8>>),
@@ -285,11 +292,10 @@ restore(Lab) ->
     Root = root(Lab),
     write_new(Client, Root, "d/f", <<"1">>),
     in_cloud(Lab, "d/f", <<"1">>),
-    Remembered = [state_file(Lab, "1001.json"), state_file(Lab, "1001.tree")],
-    wait(remembered, fun() -> lists:all(fun engine_lab:exists/1, Remembered) end),
+    remembered(Lab, <<"d/f">>),
     engine_client:close(Client),
     ok = file:del_dir_r(Root),
-    [ok = file:delete(File) || File <- Remembered],
+    [ok = file:delete(state_file(Lab, Name)) || Name <- ["1001.json", "1001.tree"]],
     Again = engine_client:start(Lab),
     engine_client:config(Again),
     state(Again, <<"ok">>),

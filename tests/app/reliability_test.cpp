@@ -499,8 +499,9 @@ private:
                 count += client->state() != QProcess::NotRunning ? 1 : 0;
             return count;
         };
-        EVENTUALLY(m_engine->starts().size() == engineStarts && isConfigured());
-        QVERIFY(QTest::qWaitFor([&] { return running() == 1; }, 6 * deadline()));
+        const int patience = 6 * deadline(); // fifty share the computer
+        QVERIFY(QTest::qWaitFor([&] { return m_engine->starts().size() == engineStarts && isConfigured(); }, patience));
+        QVERIFY(QTest::qWaitFor([&] { return running() == 1; }, patience));
         for (const auto& client : clients) {
             if (client->state() == QProcess::NotRunning) {
                 QCOMPARE(client->exitCode(), 1);

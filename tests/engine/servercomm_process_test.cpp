@@ -374,6 +374,7 @@ private slots:
     void engineThatStopsReadingIsEndedBeforeItTakesAllMemory()
     {
         startDying(anHour);
+        EVENTUALLY_EQUAL(m_engine->input().count("\njson"), 2); // that of the start and that of the poll
         EVENTUALLY(m_engine->input().endsWith("}\n"));
         m_engine->stopReading();
         m_engine->say("{\"what\":\"networkstate\",\"state\":\"offline\"}"); // said, it has stopped but for one read
