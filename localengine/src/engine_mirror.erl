@@ -207,6 +207,7 @@ remove(Side, Path, Remove, Action, Mirror) ->
     Other = engine_plan:other(Side),
     case now(Mirror, Other, Path) =:= entry(Mirror, Other, Path)
         andalso roots_stand(Mirror)
+        andalso as_agreed(Side, Path, Mirror)
         andalso now(Mirror, Side, Path) =:= entry(Mirror, Side, Path) of
         false -> disturbed(Path, Mirror);
         true ->

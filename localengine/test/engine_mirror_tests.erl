@@ -114,6 +114,34 @@ pass_until(Condition, Mirror) ->
         false -> receive after 20 -> pass_until(Condition, Next) end
     end.
 
+changeAfterItWasReadKeepsAFileThatWasDeletedOnTheOtherSide_test() -> kept_from_deletion(10).
+
+%% Written once more, within the second, while the next file is read.
+kept_from_deletion(Tries) when Tries > 0 ->
+    Armed = ets:new(armed, [public]),
+    Opener = fun(Path, Modes) ->
+                     _ = filename:basename(Path) =:= <<"b">> andalso ets:take(Armed, change) =/= []
+                         andalso write(filename:dirname(Path), "a", <<"two">>),
+                     file:open(Path, Modes)
+             end,
+    Outcome = lab(#{opener => Opener},
+                  fun(L, C, M0) ->
+                          write(L, "a", <<"one">>),
+                          write(L, "b", <<"one">>),
+                          {_, M1} = settle(M0),
+                          [ok = file:delete(in(C, Name)) || Name <- ["a", "b"]],
+                          ets:insert(Armed, {change}),
+                          Before = engine_file:look(in(L, "a")),
+                          {_, M2} = engine_mirror:pass(all, true, M1),
+                          Same = engine_file:look(in(L, "a")) =:= Before,
+                          settle(M2),
+                          {Same, read(in(L, "a")), read(in(C, "a"))}
+                  end),
+    case Outcome of
+        {false, <<"two">>, _} -> kept_from_deletion(Tries - 1); % the second was over
+        _ -> ?assertEqual({true, <<"two">>, <<"two">>}, Outcome)
+    end.
+
 whatIsCertainIsNotReadAgain_test_() ->
     Self = self(),
     Opener = fun(Path, Modes) -> Self ! opened, file:open(Path, Modes) end,
