@@ -24,7 +24,7 @@
 -spec new(options()) -> mirror().
 new(Options) ->
     Prefix = binary:encode_hex(binary:part(crypto:hash(sha256, maps:get(local, Options)), 0, 6)),
-    Mirror = Options#{views => none, settled => false, retry => false,
+    Mirror = Options#{views => none, settled => false, recalled => true, moves => [], retry => false,
                       again => false, temps => 0, prefix => Prefix, progress => none,
                       space => 0, scan_ms => 0},
     [clean(Mirror, Side) || Side <- [local, cloud]],
@@ -113,16 +113,18 @@ result(#{space := Space, scan_ms := ScanMs, retry := Retry, again := Again,
 work(Mirror0) ->
     {L0, C0} = maps:get(views, Mirror0),
     Moves = engine_plan:moves(engine_tree:nodes(maps:get(tree, Mirror0)), L0, C0),
-    Mirror1 = run(Moves, Mirror0),
+    Mirror1 = run(Moves, Mirror0#{moves := Moves}),
     {L1, C1} = maps:get(views, Mirror1),
     Nodes = engine_tree:nodes(maps:get(tree, Mirror1)),
     {Hashes, Mirror2} = read_all(engine_plan:doubts(Nodes, L1, C1), Mirror1),
     Actions = engine_plan:plan(Nodes, L1, C1, Hashes),
     Mirror3 = run(Actions, Mirror2#{hashes => Hashes, progress := progress(Actions, Mirror2)}),
     #{retry := Retry, again := Again} = Mirror3,
-    {Result, Mirror4} = {result(Mirror3),
-                         Mirror3#{settled := not (Retry orelse Again) andalso settled(Mirror3),
-                                  progress := none}},
+    Settled = not (Retry orelse Again) andalso settled(Mirror3),
+    %% Once all is done, the tree is that of this engine, and as it is.
+    Recalled = maps:get(recalled, Mirror3) andalso Settled =:= false,
+    {Result, Mirror4} = {result(Mirror3), Mirror3#{settled := Settled, recalled := Recalled,
+                                                   moves := [], progress := none}},
     {Result, maps:remove(hashes, Mirror4)}.
 
 settled(#{tree := Tree, views := {Local, Cloud}, seen := Seen}) ->
@@ -260,8 +262,9 @@ content(Side, Path, Known, #{seen := Seen} = Mirror) ->
 
 as_agreed(Side, Path, #{tree := Tree} = Mirror) ->
     case engine_tree:get(Path, Tree) of
-        #{hash := Hash} = Base ->
-            not engine_plan:may_differ(Side, Base)
+        #{kind := dir} -> true;
+        #{hash := Hash, Side := {Sig, _}} = Base ->
+            (entry(Mirror, Side, Path) =:= {file, Sig} andalso not engine_plan:may_differ(Side, Base))
                 orelse engine_file:hash(absolute(Mirror, Side, Path)) =:= {ok, Hash};
         none -> false
     end.
@@ -283,17 +286,24 @@ renamed(Side, From, To, Mirror) ->
             %% What changed in it just before was reported under its old name.
             _ = Kind =:= dir andalso Side =:= local andalso (maps:get(report, Seen))({look_again, all}),
             #{Side := {_, Read}} = Base,
-            forget_missing(Side, To, change({put, To, Base#{Side := {Sig, Read}}}, Seen));
+            Followed = change({put, To, Base#{Side := {Sig, Read}}}, Seen),
+            case Kind =:= dir andalso maps:get(recalled, Mirror) of
+                true -> forget_missing(Side, To, Followed);
+                false -> Followed
+            end;
         _ -> disturbed(To, Seen)
     end.
 
-%% What a renamed directory lacks may have been deleted by an engine that was
-%% killed before it could remember that, in favour of the new name. So that is
-%% taken for new, and not for deleted here.
-forget_missing(Side, Dir, #{tree := Tree} = Mirror) ->
-    lists:foldl(fun(Path, M) -> change({drop, Path}, M) end, Mirror,
-                [Path || Path <- maps:keys(engine_tree:nodes(Tree)),
-                         engine_path:is_below(Path, Dir), entry(Mirror, Side, Path) =:= absent]).
+%% What a renamed directory lacks may have been deleted by an earlier engine that
+%% was killed before it could remember that, in favour of the new name. So it is
+%% taken for new, and not for deleted here, unless it is renamed itself.
+forget_missing(Side, Dir, #{tree := Tree, moves := Moves} = Mirror) ->
+    Moving = [From || {move, _, From, _} <- Moves],
+    Missing = [Path || Path <- maps:keys(engine_tree:nodes(Tree)), engine_path:is_below(Path, Dir),
+                       entry(Mirror, Side, Path) =:= absent,
+                       not lists:any(fun(From) -> Path =:= From orelse engine_path:is_below(Path, From) end,
+                                     Moving)],
+    lists:foldl(fun(Path, M) -> change({drop, Path}, M) end, Mirror, Missing).
 
 copy(Side, Path, Action, #{opener := Opener, rate := Rate, temps := Temps,
                            prefix := Prefix} = Mirror) ->
@@ -312,7 +322,11 @@ copy(Side, Path, Action, #{opener := Opener, rate := Rate, temps := Temps,
             {Copied, Progress} =
                 engine_copy:copy(Job, Rate, Opener, teller(Side, Mirror),
                                  maps:get(progress, Mirror),
-                                 fun() -> roots_stand(Mirror) end),
+                                 fun() ->
+                                         roots_stand(Mirror)
+                                             andalso (Expect =:= absent
+                                                      orelse as_agreed(Side, Path, Mirror))
+                                 end),
             Told = Mirror#{progress := Progress, temps := Temps + 1},
             copied(Side, Path, Action, Copied, Sig, Started, one_less(Side, Told))
     end.

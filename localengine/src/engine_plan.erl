@@ -161,7 +161,7 @@ fresh_until(Nodes, Local, Cloud, Seen) ->
     Frozen = frozen(Local, Cloud),
     case [MTime || {MTime, Path} <- Fresh, not is_frozen(Path, Frozen)] of
         [] -> none;
-        Times -> lists:max(Times) + 2
+        Times -> lists:min(Times) + 2
     end.
 
 %% ---- The plan --------------------------------------------------------------
