@@ -133,7 +133,7 @@ kept(Age, Change, Tries) when Tries > 0 ->
                          andalso write(filename:dirname(Path), "a", <<"two">>),
                      file:open(Path, Modes)
              end,
-    {Seen, Meant, Held} =
+    {Before, After, Held} =
         lab(#{opener => Opener},
             fun(L, C, M0) ->
                     write(L, "a", <<"one">>),
@@ -143,14 +143,14 @@ kept(Age, Change, Tries) when Tries > 0 ->
                     Change(L, C),
                     ok = file:delete(in(C, "b")),
                     ets:insert(Armed, {change}),
-                    Before = engine_file:look(in(L, "a")),
+                    Looks = engine_file:look(in(L, "a")),
                     {_, M2} = engine_mirror:pass(all, true, M1),
-                    After = engine_file:look(in(L, "a")),
+                    LooksNow = engine_file:look(in(L, "a")),
                     settle(M2),
-                    {Before, After, maps:values(tree(L))}
+                    {Looks, LooksNow, maps:values(tree(L))}
             end),
-    case Meant of
-        {file, _} when Meant =/= Seen -> kept(Age, Change, Tries - 1); % the second was over
+    case After of
+        {file, _} when After =/= Before -> kept(Age, Change, Tries - 1); % the second was over
         _ -> ?assert(lists:member(<<"two">>, Held))
     end.
 

@@ -185,11 +185,10 @@ private slots:
     {
         create();
         sayState("ok", 7);
-        const QElapsedTimer sinceOpened = clickUntilOpened(1); // past the last test's click
+        (void)clickUntilOpened(1); // past the last test's click
         QCOMPARE(m_opened.size(), 1);
-        clickTray();
-        if (sinceOpened.elapsed() < 200) // as ever, unless the computer stood still
-            QCOMPARE(m_opened.size(), 1);
+        clickTray(); // far less than 200 ms later
+        QCOMPARE(m_opened.size(), 1);
         QCOMPARE(log().filter(QStringLiteral("syncfolder: AppActivated")).isEmpty(), false);
     }
 
