@@ -19,13 +19,14 @@ namespace
 
 constexpr int alreadyRunning = 1;
 
-/// The program speaks Slovenian wherever it has the translation; readers of English can ask for the source
-/// texts, whose own translation knows nothing but the plural forms.
+/// The program speaks Slovenian wherever it has the translation. Readers of English can ask for theirs, and whoever
+/// compares them for the source texts as they stand.
 void loadTexts(QTranslator& translator)
 {
-    if (qEnvironmentVariable("ORVEL_LANGUAGE") == QLatin1String("en"))
+    const QString language = qEnvironmentVariable("ORVEL_LANGUAGE");
+    if (language == QLatin1String("en"))
         translator.load(QStringLiteral(":/language-en"));
-    else
+    else if (language != QLatin1String("C"))
         translator.load(QLocale(QLocale::Slovenian, QLocale::AnyCountry), QStringLiteral(":/language"));
 }
 
@@ -34,8 +35,6 @@ void loadTexts(QTranslator& translator)
 int main(int argc, char* argv[])
 {
     prepareProcess();
-    // Qt would look at the network's interfaces every ten seconds; nobody asks for what it sees.
-    qputenv("QT_BEARER_POLL_TIMEOUT", QByteArray::number(std::numeric_limits<int>::max()));
     QCoreApplication::setAttribute(Qt::AA_EnableHighDpiScaling);
     QCoreApplication::setAttribute(Qt::AA_UseHighDpiPixmaps);
     QApplication application(argc, argv);
@@ -46,7 +45,7 @@ int main(int argc, char* argv[])
     QTranslator translator;
     loadTexts(translator);
     QCoreApplication::installTranslator(&translator);
-    ORVEL_LOG << "Ran " << argv[0];
+    ORVEL_LOG << "Ran " << QCoreApplication::arguments().value(0); // on Windows argv lacks what its code page lacks
 
     UserLock lock(QStringLiteral("kestakljuc"));
     if (!lock.take()) {
@@ -62,6 +61,9 @@ int main(int argc, char* argv[])
     auto endRequest = std::make_unique<EndRequest>(); // one that comes during the start counts, too
     QObject::connect(endRequest.get(), SIGNAL(asked()), &application, SLOT(quit()));
     DialogCld dialog;
+    // Qt would look at the network's interfaces every ten seconds; nobody asks for what it sees. Only now: the engine's
+    // environment, which the dialog has taken, is the system's.
+    qputenv("QT_BEARER_POLL_TIMEOUT", QByteArray::number(std::numeric_limits<int>::max()));
     dialog.show();
     const int exitCode = QApplication::exec();
     endRequest.reset(); // first: a second request ends a client that hangs on its way out

@@ -4,8 +4,10 @@
 
 #include <QDir>
 #include <QFile>
+#include <QFileInfo>
 #include <QRegularExpression>
-#include <QSaveFile>
+#include <QStorageInfo>
+#include <QTemporaryFile>
 
 namespace privatefiles
 {
@@ -16,17 +18,58 @@ namespace
 constexpr QFile::Permissions ownRights =
     QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser | QFile::WriteUser | QFile::ExeUser;
 
+/// How the names of new texts begin; six letters follow.
+const QString unfinished = QStringLiteral(".orvel-unfinished-");
+
+bool writeWhole(QFileDevice& file, const QByteArray& content)
+{
+    // Flushed: a close does not tell that what was still to be written had no room.
+    return file.write(content) == content.size() && file.flush();
+}
+
+bool failed(const QString& path, const QString& reason)
+{
+    ORVEL_LOG << "Unable to write" << path << reason;
+    return false;
+}
+
+bool writeInto(const QString& path, const QByteArray& content, const QString& reason)
+{
+    ORVEL_LOG << "Unable to replace, writing into it" << path << reason;
+    restrict(path);
+    QFile file(path);
+    return (file.open(QIODevice::WriteOnly) && writeWhole(file, content)) || failed(path, file.errorString());
+}
+
 } // namespace
 
-bool write(const QString& path, const QByteArray& content)
+bool write(const QString& name, const QByteArray& content)
 {
-    QSaveFile file(path);
-    // Flushed first: a commit does not tell that what was still to be written had no room.
-    const bool written = file.open(QIODevice::WriteOnly) && file.setPermissions(QFile::ReadOwner | QFile::WriteOwner) &&
-                         file.write(content) == content.size() && file.flush() && file.commit();
-    if (!written)
-        ORVEL_LOG << "Unable to write" << path << file.errorString();
-    return written;
+    const QFileInfo link(name);
+    const QString path = link.isSymLink() && link.exists() ? link.canonicalFilePath() : name;
+    const QFileInfo info(path);
+    if (info.exists() && !info.isWritable())
+        return failed(path, QStringLiteral("read-only"));
+
+    QString newText;
+    {
+        QTemporaryFile file(info.path() + QLatin1Char('/') + unfinished + QStringLiteral("XXXXXX"));
+        if (!file.open()) {
+            // Not on a disk that may be full: the old text would be gone, and the new one have no room.
+            const bool hasRoom = QStorageInfo(info.path()).bytesAvailable() > content.size();
+            return info.exists() && hasRoom ? writeInto(path, content, file.errorString())
+                                            : failed(path, file.errorString());
+        }
+        if (!writeWhole(file, content))
+            return failed(path, file.errorString());
+        newText = file.fileName();
+        file.setAutoRemove(false);
+    } // closed: an open file cannot be moved everywhere
+    if (replace(path, newText))
+        return true;
+    const QString reason = qt_error_string();
+    QFile::remove(newText);
+    return writeInto(path, content, reason);
 }
 
 void restrict(const QString& path)
@@ -36,20 +79,15 @@ void restrict(const QString& path)
         QFile::setPermissions(path, permissions & ownRights);
 }
 
-QString leftOverOf(const QString& name)
-{
-    static const QRegularExpression leftOver(QStringLiteral("^(.+)\\.(?!(?i)(backup|kopija)$)[A-Za-z]{6}$"));
-    return leftOver.match(name).captured(1);
-}
-
 void tidy(const QString& directory)
 {
     restrict(directory);
-    static const QRegularExpression written(QStringLiteral("^(config\\.json|\\d+\\.json|qt_temp|[a-z]+\\.ico)$"));
+    static const QRegularExpression leftOver(u'^' + QRegularExpression::escape(unfinished) +
+                                             QStringLiteral("[A-Za-z]{6}$"));
     const QDir dir(directory);
     const QStringList names = dir.entryList(QDir::Files | QDir::Hidden | QDir::NoSymLinks);
     for (const QString& name : names) {
-        if (written.match(leftOverOf(name)).hasMatch())
+        if (leftOver.match(name).hasMatch())
             QFile::remove(dir.filePath(name));
         else if (name.endsWith(QLatin1String(".json")))
             restrict(dir.filePath(name));

@@ -8,19 +8,22 @@
 namespace privatefiles
 {
 
-/// Replaces the file's content in one step: a crash or a full disk leaves the old text or the new one. False,
-/// with a log line, when that cannot be.
-bool write(const QString& path, const QByteArray& content);
+/// Replaces the file's content in one step: a crash or a full disk leaves the old text or the new one. Where it can be
+/// written but not replaced, as on Windows while somebody reads it, the new text is written into it, with a log line.
+/// False, with a log line, when that cannot be either. A link that leads somewhere stays one; a read-only file stays as
+/// it is.
+bool write(const QString& name, const QByteArray& content);
+
+/// Puts the file @p newText on the disk and in the place of the one at @p path. False, with the system's last error
+/// set, when that cannot be; both are as they were then.
+bool replace(const QString& path, const QString& newText);
 
 /// Takes from everybody but the user what rights to the file or directory they have.
 void restrict(const QString& path);
 
-/// The name of the file that was to be replaced, if @p name is that of the new text, which a killed program
-/// leaves beside it: one with six letters more; otherwise empty. One with ".backup" or ".kopija" is somebody's own.
-QString leftOverOf(const QString& name);
-
-/// Tidies up the directory at start: everything in it that write() can have made is restricted, and what a
-/// killed write() left behind is removed.
+/// Tidies up the directory at start: every JSON file in it is restricted, and the new texts that a killed write() left
+/// beside the files are removed. They have names of their own, ".orvel-unfinished-" and six letters; whatever is called
+/// otherwise is left alone.
 void tidy(const QString& directory);
 
 } // namespace privatefiles

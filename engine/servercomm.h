@@ -11,6 +11,7 @@
 #include <QProcess>
 #include <QVariantMap>
 
+#include <functional>
 #include <memory>
 
 /// The client's only link to the sync engine, a program of its own that runs as a child process.
@@ -44,6 +45,8 @@ public:
     bool postConfig();
     /// Whether the engine is wanted (not whether its process runs).
     bool running() const;
+    /// Has the facts of another computer told than of this one, for tests.
+    void setMachine(std::function<Machine()> machine);
     /// Stretches (or, with 0, drops) the waits of launches after repeated deaths, for tests.
     void setLaunchWaitFactor(double factor);
 
@@ -111,6 +114,7 @@ private:
     void prepareEnvironment();
     void checkLocalAddress();
     void noteOutput(const QByteArray& output);
+    QByteArray masked(QByteArray output) const;
     QString lastWords() const;
     void endDeafEngine();
     void launchLater(int exitCode);
@@ -127,11 +131,12 @@ private:
     QBasicTimer m_launchWait;
     double m_launchWaitFactor = 1;
     QByteArray m_lastOutput; ///< the last read with more than blanks
-    QString m_loginPassword; ///< the last one sent; only to keep it out of the log
+    QString m_loginPassword; ///< the last one sent; only to keep it out of the log, as masked() does
     QString m_rootDir;
     QString m_stateDir;
     QString m_configPath;
     QByteArray m_configBytes;
+    std::function<Machine()> m_machine = Machine::current;
     bool m_checkPortPending = false;
     bool m_resetUpnpPending = false;
     EngineConfig m_config;

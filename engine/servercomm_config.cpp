@@ -13,7 +13,7 @@ void ServerComm::readConfig()
     const QByteArray content = file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
     file.close();
 
-    const Machine machine = Machine::current();
+    const Machine machine = m_machine();
     if (content.isEmpty()) {
         m_config.setFirstRunDefaults(machine);
         saveConfig(true);
@@ -34,7 +34,7 @@ void ServerComm::saveConfig(bool post)
 {
     ORVEL_LOG << "servercomm:"
               << "Save config " << base::text(post);
-    m_configBytes = m_config.toJson(Machine::current());
+    m_configBytes = m_config.toJson(m_machine());
     ORVEL_LOG << "servercomm:"
               << "Saving cfg to " << m_configPath;
     privatefiles::write(m_configPath, m_configBytes);
@@ -53,6 +53,11 @@ void ServerComm::setHome(const QString& homepath, const QString& homefolder)
     m_config.homefolder = homefolder;
 }
 
+void ServerComm::setMachine(std::function<Machine()> machine)
+{
+    m_machine = std::move(machine);
+}
+
 const EngineConfig& ServerComm::config() const
 {
     return m_config;
@@ -66,7 +71,7 @@ const QString& ServerComm::configPath() const
 /// The computer may have changed networks since the address was chosen.
 void ServerComm::checkLocalAddress()
 {
-    const Machine machine = Machine::current();
+    const Machine machine = m_machine();
     if (machine.addresses.contains(m_config.srvip))
         return;
     ORVEL_LOG << "servercomm:"

@@ -48,14 +48,14 @@ void ServerComm::serverOutput()
     takeOutput(m_process->readAllStandardError());
     const QByteArray standardOutput = m_process->readAllStandardOutput();
     noteOutput(standardOutput);
-    ORVEL_LOG << "servercomm:" << standardOutput;
+    ORVEL_LOG << "servercomm:" << masked(standardOutput);
 }
 
 void ServerComm::takeOutput(const QByteArray& raw)
 {
     noteOutput(raw);
     ORVEL_LOG << "servercomm:"
-              << "Raw stdout " << raw;
+              << "Raw stdout " << masked(raw);
     // Up to the first zero byte. Each read is cut by itself: the engine writes every message whole.
     const char* const end = raw.constData() + qstrlen(raw.constData());
     for (const char* line = raw.constData(); line < end;) {
@@ -76,7 +76,7 @@ void ServerComm::handleMessage(const QVariantMap& message)
     };
     const QString what = message.value(QStringLiteral("what")).toString();
     ORVEL_LOG << "servercomm:"
-              << "Received from erlang " << what;
+              << "Received from erlang " << masked(what.toUtf8());
 
     if (what == QLatin1String("state")) {
         m_state.pin = value("pin").toStringList();

@@ -3,6 +3,8 @@
 #include "engine/engineprocess.h"
 #include "engine/privatefiles.h"
 #include "engine/servercomm.h"
+#include "json/asciijson.h"
+#include "json/json.h"
 
 #include <QDir>
 #include <QFile>
@@ -13,6 +15,7 @@
 #include <QTimerEvent>
 
 #include <algorithm>
+#include <cctype>
 
 namespace
 {
@@ -21,6 +24,33 @@ constexpr int firstPostDelay = 500;   // ms
 constexpr int postRetryDelay = 1000;  // ms
 constexpr int shutdownTimeout = 3000; // ms
 constexpr int shownOutput = 200;      // bytes
+
+bool isPartOfAWord(char c)
+{
+    return std::isalnum(static_cast<unsigned char>(c)) != 0 || static_cast<unsigned char>(c) >= 0x80;
+}
+
+/// Hides the secret. A short one is also part of words that are none, and is hidden where it stands for itself.
+void mask(QByteArray& text, const QByteArray& secret)
+{
+    constexpr int longEnough = 6;
+    const QByteArray stars = QByteArrayLiteral("***");
+    if (secret.size() >= longEnough) {
+        text.replace(secret, stars);
+        return;
+    }
+    int from = 0;
+    while ((from = text.indexOf(secret, from)) >= 0) {
+        const int end = from + secret.size();
+        const bool isEscaped = from > 1 && text.at(from - 2) == '\\'; // the letter before it is a line feed or its like
+        const bool goesOn =
+            (from > 0 && !isEscaped && isPartOfAWord(secret.front()) && isPartOfAWord(text.at(from - 1))) ||
+            (end < text.size() && isPartOfAWord(secret.back()) && isPartOfAWord(text.at(end)));
+        if (!goesOn)
+            text.replace(from, secret.size(), stars);
+        from += goesOn ? 1 : stars.size();
+    }
+}
 
 } // namespace
 
@@ -33,7 +63,7 @@ ServerComm::ServerComm(const QString& applicationName, const QString& organizati
     m_config.appname = applicationName;
     m_config.organization = organizationName;
     m_config.synchome = tr(deployment::serverHost);
-    m_config.srvip = Machine::current().firstAddress();
+    m_config.srvip = m_machine().firstAddress();
 
     m_clock.start();
     connectProcess();
@@ -87,8 +117,9 @@ void ServerComm::seedConfig()
 {
     const QString fileName = QStringLiteral("/config.json");
     m_configPath = m_stateDir + fileName;
-    if (!QFileInfo::exists(m_configPath) && QFile::copy(m_rootDir + fileName, m_configPath))
-        QFile::setPermissions(m_configPath, QFile::ReadOwner | QFile::WriteOwner); // not those of the template
+    QFile installed(m_rootDir + fileName);
+    if (!QFileInfo::exists(m_configPath) && installed.open(QIODevice::ReadOnly))
+        privatefiles::write(m_configPath, installed.readAll());
 }
 
 void ServerComm::prepareEnvironment()
@@ -256,14 +287,25 @@ void ServerComm::noteOutput(const QByteArray& output)
         m_lastOutput = output;
 }
 
-/// The beginning of the engine's last line, without what it may repeat of what it was told.
+/// What the engine said, as it may be logged: without the passwords that it was told and may repeat.
+QByteArray ServerComm::masked(QByteArray output) const
+{
+    constexpr int quotes = 1;
+    for (const QString& secret : {m_config.password, m_loginPassword}) {
+        if (secret.isEmpty())
+            continue;
+        const QByteArray quoted = Json::serialize(secret);
+        const QByteArray inJson = quoted.mid(quotes, quoted.size() - 2 * quotes);
+        const QByteArray readAsLatin1 = QString::fromLatin1(secret.toUtf8()).toUtf8(); // as all that it says
+        for (const QByteArray& form : {asciiJson(inJson), inJson, secret.toUtf8(), readAsLatin1})
+            mask(output, form);
+    }
+    return output;
+}
+
+/// The beginning of the engine's last line.
 QString ServerComm::lastWords() const
 {
     const QByteArray output = m_lastOutput.trimmed();
-    QByteArray line = output.mid(output.lastIndexOf('\n') + 1);
-    for (const QString& secret : {m_config.password, m_loginPassword}) {
-        if (!secret.isEmpty())
-            line.replace(secret.toUtf8(), "***");
-    }
-    return QString::fromLatin1(line.left(shownOutput));
+    return QString::fromLatin1(masked(output.mid(output.lastIndexOf('\n') + 1)).left(shownOutput));
 }

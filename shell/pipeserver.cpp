@@ -13,6 +13,12 @@ namespace
 
 constexpr int connectTimeout = 1000; // ms
 
+#ifdef Q_OS_WIN
+constexpr bool pipesAreFiles = false;
+#else
+constexpr bool pipesAreFiles = true;
+#endif
+
 enum class Owner
 {
     Nobody,
@@ -43,7 +49,7 @@ bool listenOn(QLocalServer& server, const QString& name)
 {
     // Asked first: a restricted server would take the name from the other one.
     const Owner owner = ownerOf(name);
-    if (owner == Owner::OtherUser && QDir::isRelativePath(name)) {
+    if (owner == Owner::OtherUser && pipesAreFiles && QDir::isRelativePath(name)) {
         // The directory of the sockets may be everybody's. This one is the user's own.
         return listenOn(server, QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation) + u'/' + name);
     }
@@ -70,7 +76,7 @@ void PipeServer::start()
         ORVEL_LOG << "Unable to listen on pipe";
         return;
     }
-    if (!fullServerName().startsWith(u'/')) // a pipe of Windows, which nobody can remove
+    if (!pipesAreFiles) // then nobody can remove one
         return;
     if (!m_socketFile) {
         m_socketFile = std::make_unique<QFileSystemWatcher>();

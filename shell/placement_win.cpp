@@ -154,7 +154,8 @@ QString Links::linkTo(const QDir& root) const
 
 bool Links::exists(const QString& link) const
 {
-    return QFile::exists(link);
+    // Qt would ask for what the shortcut leads to.
+    return GetFileAttributesW(native(link).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 void Links::remove(const QString& link)

@@ -9,7 +9,6 @@
 #include <QCoreApplication>
 #include <QDateTime>
 #include <QFile>
-#include <QSettings>
 #include <QTimer>
 
 namespace
@@ -26,14 +25,24 @@ QString member(const QVariant& root, const char* key)
 QDir directoryOf(const QVariant& root, bool& entered)
 {
     QDir dir(member(root, "path"));
-    entered = dir.cd(member(root, "name"));
+    const QString name = member(root, "name");
+    entered = dir.cd(name);
+    if (!entered) // the one above it is none of ours
+        dir.setPath(QDir::cleanPath(dir.filePath(name)));
     return dir;
 }
 
-/// The file is written only for a new account.
+/// Whether the element names a directory; what lacks a part would lead to the one above it, or to our own.
+bool isRoot(const QVariant& element)
+{
+    return !member(element, "path").isEmpty() && !member(element, "name").isEmpty();
+}
+
+/// The file is written only for another account: reports of the network's state may come many times a second.
 void store(QSettings& settings, const QString& key, quint64 uid)
 {
-    if (!settings.contains(key) || settings.value(key).toULongLong() != uid)
+    const QVariant stored = settings.value(key);
+    if (!stored.isValid() || stored.toULongLong() != uid)
         settings.setValue(key, uid);
 }
 
@@ -49,7 +58,7 @@ SyncFolder::SyncFolder(ServerComm* server, QObject* parent)
     connect(m_server, SIGNAL(rootsChanged()), this, SLOT(rootsChanged()));
     connect(m_server, SIGNAL(netStateChanged()), this, SLOT(loginChanged()));
 
-    m_uid = static_cast<quint64>(QSettings().value(QStringLiteral("lastuid"), 0).toLongLong());
+    m_uid = static_cast<quint64>(m_settings.value(QStringLiteral("lastuid"), 0).toLongLong());
     if (m_uid != 0 && !validRootPaths(m_uid)) {
         m_rootValid = false;
         m_server->saveConfig();
@@ -107,6 +116,8 @@ bool SyncFolder::validRootPaths(quint64 uid)
     ORVEL_LOG << "syncfolder:"
               << "Valid rootpaths for " << roots.size();
     for (const QVariant& root : roots) {
+        if (!isRoot(root))
+            continue;
         bool entered = false;
         const QDir dir = directoryOf(root, entered);
         if (!entered)
@@ -142,6 +153,8 @@ void SyncFolder::rootsChanged()
     QStringList paths;
     QList<QDir> dirs;
     for (const QVariant& root : roots) {
+        if (!isRoot(root))
+            continue;
         bool entered = false; // not asked: the watcher reports a root that it cannot open
         const QDir dir = directoryOf(root, entered);
         findCacheDir(dir);
@@ -201,14 +214,9 @@ void SyncFolder::loginChanged()
     const quint64 newUid = m_server->state().uid;
     ORVEL_LOG << "syncfolder:"
               << "Sync folder uid changed from " << m_uid << " to " << newUid;
-    // Every report of the network state comes by here, and there may be many; the settings are slow.
-    if (m_storedUid != newUid) {
-        QSettings settings;
-        if (newUid != 0)
-            store(settings, QStringLiteral("lastuid"), newUid);
-        store(settings, QStringLiteral("lastuidact"), newUid);
-        m_storedUid = newUid;
-    }
+    if (newUid != 0)
+        store(m_settings, QStringLiteral("lastuid"), newUid);
+    store(m_settings, QStringLiteral("lastuidact"), newUid);
 
     if (newUid == m_uid) {
         if (m_watcher)

@@ -7,11 +7,11 @@
 #include <QObject>
 #include <QPointer>
 #include <QSet>
+#include <QSettings>
 #include <QStringList>
 #include <QVariantList>
 
 #include <memory>
-#include <optional>
 
 class PickHomepath;
 class ServerComm;
@@ -70,11 +70,11 @@ private:
     void destroyWatcher();
 
     ServerComm* m_server;
+    QSettings m_settings; ///< kept open: to open them takes longer than all that a report does
     QString m_rootPath;
     QPointer<PickHomepath> m_picker;
     bool m_rootValid = true;
     quint64 m_uid = 0;
-    std::optional<quint64> m_storedUid; ///< what the settings say
     QStringList m_pendingPaths;
     QSet<QString> m_pendingSet; ///< the same paths, to find one without a walk
     bool m_reportArmed = false;

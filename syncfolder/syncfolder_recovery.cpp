@@ -3,6 +3,7 @@
 #include "engine/servercomm.h"
 #include "syncfolder/pickhomepath.h"
 #include "syncfolder/syncfolder.h"
+#include "json/asciijson.h"
 #include "json/json.h"
 
 #include <QCoreApplication>
@@ -16,21 +17,6 @@ namespace
 
 constexpr int eventCheckInterval = 60000; // ms
 constexpr int eventCheckDelay = 5000;     // ms
-
-/// The same JSON with every character beyond ASCII as an escape: the roots file is read as Latin-1, up to the
-/// first zero byte.
-QByteArray toAscii(const QByteArray& json)
-{
-    QByteArray ascii;
-    const QString text = QString::fromUtf8(json.constData(), json.size()); // zero bytes included
-    for (const QChar c : text) {
-        if (c.unicode() != 0 && c.unicode() < 0x80)
-            ascii += static_cast<char>(c.unicode());
-        else
-            ascii += "\\u" + QByteArray::number(c.unicode(), 16).rightJustified(4, '0');
-    }
-    return ascii;
-}
 
 } // namespace
 
@@ -88,7 +74,8 @@ void SyncFolder::RootPicked(QString path)
     QVariantMap root = roots.first().toMap();
     root.insert(QStringLiteral("name"), name);
     root.insert(QStringLiteral("path"), parent);
-    privatefiles::write(rootsFile(), toAscii(Json::serialize(QVariantList{root})));
+    // It is read as Latin-1, up to the first zero byte.
+    privatefiles::write(rootsFile(), asciiJson(Json::serialize(QVariantList{root})));
     m_server->toggleServer(true);
     QList<QDir> picked{QDir(path)};
     emit rootsChanged(picked);

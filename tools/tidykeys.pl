@@ -23,7 +23,7 @@ while (my $line = <STDIN>) {
         undef $source;
         next;
     }
-    $line = "$build/$line" if $line !~ m{^/};
+    $line = Cwd::realpath($line =~ m{^/} ? $line : "$build/$line") // next; # a compiler cache may make it relative
     $source //= $line;
     $contents_of{$source} .= digest($line);
 }

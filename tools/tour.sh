@@ -386,8 +386,8 @@ press "$(window_of "Software Update")" Escape
 await "the offer is put off" window_gone "Software Update"
 shoot_kind UTILITY missing.png
 press "$(windows_of_kind UTILITY)" space
-await "the folder chooser" window_shown "Pick Orvel Storage folder"
-xdotool windowactivate --sync "$(window_of "Pick Orvel Storage folder")" type --delay 20 "$moved"
+await "the folder chooser" window_shown "Choose the Orvel Storage folder"
+xdotool windowactivate --sync "$(window_of "Choose the Orvel Storage folder")" type --delay 20 "$moved"
 xdotool key Return
 folder=$moved
 await "the folder at its new place is synced" logged "maindlg: network state  ok"

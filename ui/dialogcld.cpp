@@ -8,6 +8,7 @@
 #include "syncfolder/syncfolder.h"
 #include "ui/desktop.h"
 #include "ui/mymenu.h"
+#include "ui/pickracun.h"
 #include "ui/settingsfile.h"
 #include "ui/webpages.h"
 #include "update/updater.h"
@@ -37,6 +38,7 @@ DialogCld::DialogCld(QWidget* parent)
                                        "background-position:left top;background-repeat:none;background-color:white}"));
     QApplication::setPalette(desktop::readableOnWhite(QApplication::palette()));
     QApplication::setQuitOnLastWindowClosed(false);
+    QGuiApplication::setFallbackSessionManagementEnabled(false); // a window that stays would be a veto
     connect(qApp, SIGNAL(aboutToQuit()), this, SLOT(aboutToDie()));
     createServer();
     createCommandReader();
@@ -62,12 +64,13 @@ DialogCld::DialogCld(QWidget* parent)
     if (!settings.contains(QStringLiteral("localapppath")))
         settings.setValue(QStringLiteral("localapppath"), m_server->stateDir());
     const bool signedIn = settings.value(QStringLiteral("lastuidact"), 0).toInt() > 0;
-    if (runNumber > 1 && signedIn && desktop::hasTray()) // without a tray the window is the way to the program
+    if (runNumber > 1 && signedIn)
         QTimer::singleShot(hideDelay, this, SLOT(hide()));
 }
 
 DialogCld::~DialogCld()
 {
+    delete m_picker;
     m_server->disconnect(this); // what the engine says at its end finds nobody here any more
 }
 
@@ -144,7 +147,6 @@ void DialogCld::buildPanel(int runStartup)
         m_panel.folderPath->setText(defaultRootPath());
     connect(m_panel.login, SIGNAL(clicked()), this, SLOT(doLogin()));
     connect(m_panel.pickFolder, SIGNAL(clicked()), this, SLOT(changeRoot()));
-    connect(m_panel.autoUpdate, SIGNAL(toggled(bool)), this, SLOT(toggleAutoUpdate(bool)));
 }
 
 /// Where the engine makes the sync folder of an account that has none yet.
@@ -176,6 +178,8 @@ void DialogCld::greet(int runNumber)
     } else {
         m_panel.autoUpdate->setChecked(settings.value(QStringLiteral("check_automatically"), true).toBool());
     }
+    // Only now: showing the setting is no choice of the user's.
+    connect(m_panel.autoUpdate, SIGNAL(toggled(bool)), this, SLOT(toggleAutoUpdate(bool)));
 }
 
 const ServerComm& DialogCld::server() const

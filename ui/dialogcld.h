@@ -2,8 +2,10 @@
 
 #include "ui/settingspanel.h"
 
+#include <QBasicTimer>
 #include <QDialog>
 #include <QDir>
+#include <QElapsedTimer>
 #include <QList>
 #include <QPointer>
 #include <QStringList>
@@ -28,7 +30,8 @@ class Updater;
 ///
 /// It turns the engine's state into the tray icon, its tool tip and the panel's widgets, and the user's
 /// commands into calls on the engine link and the sync folder. Building it names the application: see the
-/// constructor for what has to happen before and after that. Closing the window only hides it.
+/// constructor for what has to happen before and after that. Closing the window only hides it; while there
+/// is no tray, it is minimised wherever it would be hidden, and hidden once a tray comes up soon after.
 class DialogCld final : public QDialog
 {
     Q_OBJECT
@@ -37,6 +40,9 @@ class DialogCld final : public QDialog
 public:
     explicit DialogCld(QWidget* parent = nullptr);
     ~DialogCld() override;
+
+    void setVisible(bool visible) override;
+    bool eventFilter(QObject* watched, QEvent* event) override;
 
     const ServerComm& server() const;
     const SyncFolder& syncFolder() const;
@@ -72,6 +78,9 @@ public slots:
     void pickedRacun(QString id);
     void pickRacun(QStringList ids);
 
+protected:
+    void timerEvent(QTimerEvent* event) override;
+
 private:
     void createServer();
     void createCommandReader();
@@ -84,6 +93,7 @@ private:
     void greet(int runNumber);
     void createMenu();
     void createTray();
+    void endTrayWatch();
     void setTrayIcon(const QString& resource);
     QAction* addAction(const QString& text, const char* slot);
 
@@ -94,11 +104,16 @@ private:
     SettingsPanel m_panel;
     QSystemTrayIcon* m_tray = nullptr;
     QString m_trayIcon; ///< resource path of the icon it shows
+    QBasicTimer m_trayWatch;
+    int m_trayLooks = 0; ///< that are left
     MyMenu* m_menu = nullptr;
     QAction* m_syncAction = nullptr;
     QAction* m_packageAction = nullptr;
     QAction* m_spaceAction = nullptr;
+    QElapsedTimer m_sinceFolderClick; ///< the last tray click that opened the folder; the first counts from the epoch
     QPointer<PickRacun> m_picker;
     int m_loginAttempts = 0;
+    bool m_loginConfirms = false; ///< the button under the panel is "Confirm"
+    bool m_syncStopped = false;   ///< by the user: the menu offers to continue
     bool m_quitting = false;
 };

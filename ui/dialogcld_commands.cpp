@@ -28,9 +28,6 @@ namespace
 constexpr int exitCodeOfMenu = 1;
 constexpr qint64 doubleClickTime = 200; // ms
 
-/// The time of the last tray click that opened the folder, ms since the epoch.
-qint64 lastFolderClick = 0;
-
 QString webSite()
 {
     return DialogCld::tr(deployment::webSite);
@@ -71,6 +68,8 @@ void DialogCld::menuShow()
 {
     ORVEL_LOG << "maindlg:"
               << "Menu show";
+    endTrayWatch();
+    setWindowState(windowState() & ~Qt::WindowMinimized);
     show();
     raise();
     activateWindow();
@@ -101,22 +100,23 @@ void DialogCld::toggleAutoUpdate(bool on)
 
 void DialogCld::disableSync()
 {
-    const bool stop = m_syncAction->text() == tr("Stop sync");
-    setTrayIcon(stop ? QStringLiteral(":/offline36.png") : QStringLiteral(":/online36.png"));
-    m_syncAction->setText(stop ? tr("Continue sync") : tr("Stop sync"));
-    m_server->setSyncEnabled(!stop);
+    m_syncStopped = !m_syncStopped;
+    setTrayIcon(m_syncStopped ? QStringLiteral(":/offline36.png") : QStringLiteral(":/online36.png"));
+    m_syncAction->setText(m_syncStopped ? tr("Continue sync") : tr("Stop sync"));
+    m_server->setSyncEnabled(!m_syncStopped);
 }
 
 void DialogCld::trayActivated(QSystemTrayIcon::ActivationReason reason)
 {
     if (reason != QSystemTrayIcon::Trigger)
         return;
-    const qint64 now = QDateTime::currentMSecsSinceEpoch();
-    ORVEL_LOG << "maindlg:" << now - lastFolderClick;
-    if (now - lastFolderClick > doubleClickTime) {
+    const qint64 elapsed =
+        m_sinceFolderClick.isValid() ? m_sinceFolderClick.elapsed() : QDateTime::currentMSecsSinceEpoch();
+    ORVEL_LOG << "maindlg:" << elapsed;
+    if (elapsed > doubleClickTime) {
         if (m_syncFolder->uid() != 0)
             openHomefolder();
-        lastFolderClick = now;
+        m_sinceFolderClick.start();
     }
     m_syncFolder->AppActivated();
 }

@@ -11,7 +11,7 @@
 void DialogCld::doLogin()
 {
     ++m_loginAttempts;
-    if (m_panel.login->text() == tr("Confirm")) {
+    if (m_loginConfirms) {
         hide();
         return;
     }

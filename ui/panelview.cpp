@@ -19,6 +19,7 @@ PanelView loggedIn()
     view.updateVisible = true;
     view.loginEnabled = true;
     view.loginText = QCoreApplication::translate("DialogCld", "Confirm");
+    view.loginConfirms = true;
     view.status = QString();
     return view;
 }

@@ -15,6 +15,7 @@ struct PanelView
     bool updateVisible = false; ///< auto-update check box and first separator
     bool loginEnabled = false;
     QString loginText;
+    bool loginConfirms = false; ///< the button signs nobody in, it only puts the window away
     std::optional<QString> status;
 };
 

@@ -9,10 +9,11 @@ namespace settingsfile
 /// that every QSettings can read and write. Does nothing where the settings are no file.
 void install();
 
-/// Removes what a client that was killed while it wrote the settings has left beside their file: a copy that
-/// is not whole, and a lock without a name in it, for which the next write would wait half a minute; whether one
-/// with a name is still held is found out by whoever meets it. To be called by the user's only client, once the
-/// application has its names. Does nothing where the settings are no file.
+/// Removes the lock without a name in it that a client which was killed while it wrote the settings has left beside
+/// their file, and for which the next write would wait half a minute; whether one with a name is still held is found
+/// out by whoever meets it. A new text that is not whole may be left, too: Qt gives it a name that a copy of the user's
+/// can have, so it stays. To be called by the user's only client, once the application has its names. Does nothing
+/// where the settings are no file.
 void tidy();
 
 } // namespace settingsfile

@@ -64,7 +64,7 @@ void ShareFolder::done(int result)
 
 void ShareFolder::sharePressed()
 {
-    if (m_button->text() == tr("OK")) {
+    if (m_answered) {
         close();
         return;
     }
@@ -85,6 +85,7 @@ void ShareFolder::shareFolderResult(int msgid, bool success, int msg)
     const QString refusal = known ? refusals[msg] : QString();
     m_result->setText(success ? tr("Sharing succeeded") : refusal);
     m_result->setAlignment(Qt::AlignCenter);
+    m_answered = true;
     m_button->setText(tr("OK"));
     m_button->setEnabled(true);
     m_email->releaseKeyboard();

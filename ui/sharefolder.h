@@ -35,6 +35,7 @@ private slots:
 
 private:
     int m_id;
+    bool m_answered = false;
     QVBoxLayout* m_layout;
     QHBoxLayout* m_inputRow;
     QString m_folderPath;

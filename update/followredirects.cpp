@@ -52,13 +52,19 @@ void FollowRedirects::follow(QNetworkReply* reply)
     connect(reply, SIGNAL(destroyed()), this, SLOT(ReplyDestroyed()));
 }
 
-/// Where @p reply redirects to; empty when it does not, or to somewhere off the web.
+bool FollowRedirects::ledOffTheWeb() const
+{
+    return m_reply && isRedirect(*m_reply) && !IsWeb(targetOf(*m_reply));
+}
+
+bool FollowRedirects::isRedirect(const QNetworkReply& reply)
+{
+    return reply.attribute(QNetworkRequest::RedirectionTargetAttribute).isValid();
+}
+
 QUrl FollowRedirects::targetOf(const QNetworkReply& reply)
 {
-    const QVariant attribute = reply.attribute(QNetworkRequest::RedirectionTargetAttribute);
-    if (!attribute.isValid())
-        return {};
-    QUrl target = attribute.toUrl();
+    QUrl target = reply.attribute(QNetworkRequest::RedirectionTargetAttribute).toUrl();
     if (target.scheme().isEmpty() || target.host().isEmpty()) {
         // Only the path is taken; the redirecting address keeps the rest, its query among it.
         QString path = target.path(QUrl::FullyEncoded);
@@ -67,7 +73,7 @@ QUrl FollowRedirects::targetOf(const QNetworkReply& reply)
         target = reply.url();
         target.setPath(path, QUrl::StrictMode);
     }
-    return IsWeb(target) ? target : QUrl();
+    return target;
 }
 
 bool FollowRedirects::IsWeb(const QUrl& url)
@@ -79,21 +85,21 @@ void FollowRedirects::FinishedSlot()
 {
     if (!m_reply || sender() != m_reply)
         return;
-    const QUrl target = targetOf(*m_reply);
-    if (target.isEmpty()) {
+    const bool isLimit = isRedirect(*m_reply) && m_redirects == redirectLimit;
+    if (!isLimit && (!isRedirect(*m_reply) || ledOffTheWeb())) {
         emit Finished();
         return;
     }
 
     QNetworkReply* redirecting = m_reply;
     redirecting->deleteLater();
-    if (m_redirects == redirectLimit) {
+    if (isLimit) {
         m_reply = nullptr;
         emit RedirectLimitReached();
         return;
     }
     ++m_redirects;
-    QNetworkRequest request(target);
+    QNetworkRequest request(targetOf(*redirecting));
     request.setAttribute(QNetworkRequest::CacheLoadControlAttribute,
                          redirecting->request().attribute(QNetworkRequest::CacheLoadControlAttribute));
     follow(redirecting->manager()->get(request));

@@ -37,6 +37,8 @@ public:
     QByteArray takeBody();
     /// Whether there would have been more than that.
     bool isTruncated() const;
+    /// Whether the last reply redirects to somewhere off the web: its body is not what was asked for.
+    bool ledOffTheWeb() const;
 
 signals:
     /// The chain has ended, by success or by failure: neither is judged here.
@@ -51,6 +53,7 @@ private slots:
 private:
     void follow(QNetworkReply* reply);
     static QUrl targetOf(const QNetworkReply& reply);
+    static bool isRedirect(const QNetworkReply& reply);
 
     QPointer<QNetworkReply> m_reply;
     int m_redirects = 0;

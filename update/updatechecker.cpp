@@ -75,6 +75,11 @@ void UpdateChecker::Finished()
         return;
     }
 
+    if (redirects->ledOffTheWeb()) {
+        emit CheckFailed(QStringLiteral("The update feed redirects to an address off the web"));
+        return;
+    }
+
     const AppCastPtr appcast(new AppCast);
     QByteArray body = redirects->takeBody();
     QBuffer device(&body);

@@ -8,6 +8,7 @@
 #include <QIcon>
 #include <QImage>
 #include <QLabel>
+#include <QMessageBox>
 #include <QNetworkAccessManager>
 #include <QNetworkRequest>
 #include <QPushButton>
@@ -21,6 +22,7 @@
 #include <QUrl>
 #include <QVBoxLayout>
 #include <QVector>
+#include <QtDebug>
 
 namespace qtsparkle
 {
@@ -297,8 +299,23 @@ void UpdateDialog::Install()
         const QUrl download(m_appcast->download_url);
         if (download.isEmpty() || FollowRedirects::IsWeb(download))
             QDesktopServices::openUrl(download);
+        else
+            refuse(m_appcast->download_url);
     }
     close();
+}
+
+void UpdateDialog::refuse(const QString& wholeAddress) const
+{
+    constexpr int shown = 200; // characters; a feed may be long
+    const QString address = wholeAddress.simplified().left(shown);
+    qWarning().noquote() << "Update not opened:" << address;
+    auto* box = new QMessageBox(QMessageBox::Warning, tr("Posodobitve ni mogoče namestiti"),
+                                tr("Naslov posodobitve ne vodi na splet:") + QLatin1Char('\n') + address,
+                                QMessageBox::Close, parentWidget());
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    box->setTextFormat(Qt::PlainText);
+    box->open();
 }
 
 void UpdateDialog::Skip()

@@ -17,7 +17,8 @@ namespace qtsparkle
 class FollowRedirects;
 
 /// Announces a new version, shows its release notes, and offers to install, skip or postpone it. "Install"
-/// opens the download's address with the desktop's handler: nothing is downloaded or run here.
+/// opens the download's address with the desktop's handler, or says that it does not lead to the web: nothing is
+/// downloaded or run here.
 class UpdateDialog final : public QDialog
 {
     Q_OBJECT
@@ -42,6 +43,8 @@ public slots:
 
 private:
     struct Widgets;
+
+    void refuse(const QString& wholeAddress) const;
 
     std::unique_ptr<Widgets> m_widgets;
     QNetworkAccessManager* m_network = nullptr;

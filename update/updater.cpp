@@ -119,6 +119,7 @@ void Updater::AskPermission()
     box->addButton(tr("Don't check"), QMessageBox::NoRole);
     box->setAttribute(Qt::WA_DeleteOnClose);
     connect(box, SIGNAL(finished(int)), this, SLOT(PermissionAnswered(int)));
+    connect(qApp, SIGNAL(aboutToQuit()), box, SLOT(reject()));
     box->open();
 }
 
@@ -126,7 +127,7 @@ void Updater::PermissionAnswered(int result)
 {
     Q_UNUSED(result)
     const auto* box = qobject_cast<QMessageBox*>(sender());
-    // Closed by its frame counts as no.
+    // Closed by its frame, or by the end of the program, counts as no.
     const QAbstractButton* clicked = box != nullptr ? box->clickedButton() : nullptr;
     const bool yes = clicked != nullptr && box->buttonRole(box->clickedButton()) == QMessageBox::YesRole;
     QSettings settings;

@@ -632,101 +632,6 @@ Preverite, ali je ime pravilno.</translation>
     </message>
 </context>
 <context>
-    <name>QXmlStream</name>
-    <message>
-        <source>Premature end of document.</source>
-        <translation>Dokument se prezgodaj konča.</translation>
-    </message>
-    <message>
-        <source>Start tag expected.</source>
-        <translation>Manjka začetna oznaka.</translation>
-    </message>
-    <message>
-        <source>Opening and ending tag mismatch.</source>
-        <translation>Začetna in končna oznaka se ne ujemata.</translation>
-    </message>
-    <message>
-        <source>Extra content at end of document.</source>
-        <translation>Na koncu dokumenta je odvečna vsebina.</translation>
-    </message>
-    <message>
-        <source>Expected character data.</source>
-        <translation>Manjka besedilo.</translation>
-    </message>
-    <message>
-        <source>Invalid document.</source>
-        <translation>Neveljaven dokument.</translation>
-    </message>
-    <message>
-        <source>Invalid XML name.</source>
-        <translation>Neveljavno ime XML.</translation>
-    </message>
-    <message>
-        <source>Invalid XML character.</source>
-        <translation>Neveljaven znak XML.</translation>
-    </message>
-    <message>
-        <source>Encountered incorrectly encoded content.</source>
-        <translation>Vsebina je napačno kodirana.</translation>
-    </message>
-    <message>
-        <source>Encoding %1 is unsupported</source>
-        <translation>Kodiranje %1 ni podprto</translation>
-    </message>
-    <message>
-        <source>Entity &apos;%1&apos; not declared.</source>
-        <translation>Entiteta »%1« ni določena.</translation>
-    </message>
-    <message>
-        <source>Namespace prefix &apos;%1&apos; not declared</source>
-        <translation>Predpona imenskega prostora »%1« ni določena</translation>
-    </message>
-    <message>
-        <source>Attribute &apos;%1&apos; redefined.</source>
-        <translation>Atribut »%1« je določen dvakrat.</translation>
-    </message>
-    <message>
-        <source>Unexpected &apos;%1&apos;.</source>
-        <translation>Nepričakovano: »%1«.</translation>
-    </message>
-    <message>
-        <source>Expected %1, but got &apos;%2&apos;.</source>
-        <translation>Pričakovano je %1, ne pa »%2«.</translation>
-    </message>
-    <message>
-        <source>&apos;%1&apos;</source>
-        <translation>»%1«</translation>
-    </message>
-    <message>
-        <source>%1 or &apos;%2&apos;</source>
-        <translation>%1 ali »%2«</translation>
-    </message>
-    <message>
-        <source>%1, &apos;%2&apos;</source>
-        <translation>%1, »%2«</translation>
-    </message>
-    <message>
-        <source>%1, or &apos;%2&apos;</source>
-        <translation>%1 ali »%2«</translation>
-    </message>
-    <message>
-        <source>XML declaration not at start of document.</source>
-        <translation>Pred deklaracijo XML ne sme biti ničesar.</translation>
-    </message>
-    <message>
-        <source>Unsupported XML version.</source>
-        <translation>Ta različica XML ni podprta.</translation>
-    </message>
-    <message>
-        <source>Invalid character reference.</source>
-        <translation>Neveljaven sklic na znak.</translation>
-    </message>
-    <message>
-        <source>Sequence &apos;]]&gt;&apos; not allowed in content.</source>
-        <translation>Zaporedje »]]&gt;« v vsebini ni dovoljeno.</translation>
-    </message>
-</context>
-<context>
     <name>ShareFolder</name>
     <message>
         <source>Find</source>
@@ -828,6 +733,14 @@ Preverite, ali je ime pravilno.</translation>
     <message>
         <source>%1 %2 je na voljo - ti imaš %3. Želiš prenesti najnovejšo različico?</source>
         <translation>%1 %2 je na voljo - ti imaš %3. Želiš prenesti najnovejšo različico?</translation>
+    </message>
+    <message>
+        <source>Posodobitve ni mogoče namestiti</source>
+        <translation>Posodobitve ni mogoče namestiti</translation>
+    </message>
+    <message>
+        <source>Naslov posodobitve ne vodi na splet:</source>
+        <translation>Naslov posodobitve ne vodi na splet:</translation>
     </message>
 </context>
 <context>

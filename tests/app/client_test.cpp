@@ -6,9 +6,38 @@
 
 #include <QLocalSocket>
 #include <QProcess>
+#include <QProcessEnvironment>
 #include <QRegularExpression>
 
 #include <memory>
+
+#ifndef Q_OS_WIN
+#include <sys/ptrace.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+
+#include <csignal>
+#endif
+
+namespace
+{
+
+/// While one lives, a client that is started says each of its widgets' names for those who cannot see.
+class WidgetLog final
+{
+    Q_DISABLE_COPY_MOVE(WidgetLog)
+public:
+    WidgetLog()
+    {
+        qputenv("QT_LOGGING_RULES", "qt.accessibility.cache=true");
+    }
+    ~WidgetLog()
+    {
+        qunsetenv("QT_LOGGING_RULES");
+    }
+};
+
+} // namespace
 
 class ClientTest final : public Test
 {
@@ -28,19 +57,19 @@ protected:
     }
 
 private:
-    std::unique_ptr<QProcess> start() const
+    std::unique_ptr<QProcess> start(const QString& program = QStringLiteral(ORVEL_CLIENT)) const
     {
         auto client = std::make_unique<QProcess>();
         client->setWorkingDirectory(m_engine->installDir());
-        client->start(QStringLiteral(ORVEL_CLIENT), QStringList());
+        client->start(program, QStringList());
         return client;
     }
 
     /// A client whose engine has its configuration.
-    std::unique_ptr<QProcess> startReady()
+    std::unique_ptr<QProcess> startReady(const QString& program = QStringLiteral(ORVEL_CLIENT))
     {
         const int before = m_engine->starts().size();
-        auto client = start();
+        auto client = start(program);
         const bool ready = QTest::qWaitFor(
             [&] { return m_engine->starts().size() > before && m_engine->input().endsWith("}\n"); }, deadline());
         if (!ready)
@@ -65,6 +94,21 @@ private:
         output += client.readAllStandardError().replace("\r\n", "\n");
         client.setProperty("output", output);
         return output;
+    }
+
+    /// As the system writes it; 0 when there is no such process.
+    static char stateOf(pid_t process)
+    {
+        const QByteArray status = readFile(QStringLiteral("/proc/%1/stat").arg(process));
+        return status.isEmpty() ? '\0' : status.at(status.lastIndexOf(')') + 2);
+    }
+
+    /// In bytes, as the system writes it.
+    static QString coreFileLimit(qint64 process)
+    {
+        const QByteArray limits = readFile(QStringLiteral("/proc/%1/limits").arg(process));
+        const QRegularExpression limit(QStringLiteral("Max core file size +(\\w+)"));
+        return limit.match(QString::fromLatin1(limits)).captured(1);
     }
 
     void endByExitMessage(QProcess& client)
@@ -131,19 +175,143 @@ private slots:
     }
 
 #ifndef Q_OS_WIN
-    void neitherClientNorEngineLeavesACoreFile()
+    void clientLeavesNoCoreFileAndItsEngineMayAsTheSystemSays()
     {
+        rlimit system = {};
+        QCOMPARE(getrlimit(RLIMIT_CORE, &system), 0);
+        if (system.rlim_max < 1)
+            QSKIP("nobody may leave a core file here");
+        const rlimit small = {1, system.rlim_max};
+        QCOMPARE(setrlimit(RLIMIT_CORE, &small), 0);
         const auto client = startReady();
-        for (const qint64 process : {client->processId(), m_engine->starts().constLast().processId}) {
-            const QByteArray limits = readFile(QStringLiteral("/proc/%1/limits").arg(process));
-            QVERIFY2(QRegularExpression(QStringLiteral("Max core file size +0 "))
-                         .match(QString::fromLatin1(limits))
-                         .hasMatch(),
-                     limits.constData());
-        }
+        QCOMPARE(setrlimit(RLIMIT_CORE, &system), 0);
+        QCOMPARE(coreFileLimit(client->processId()), QStringLiteral("0"));
+        QCOMPARE(coreFileLimit(m_engine->starts().constLast().processId), QStringLiteral("1"));
         endByExitMessage(*client);
     }
 #endif
+
+    void engineHasTheSystemsEnvironmentAndTheTwoVariablesThatItNeeds()
+    {
+        const auto client = startReady();
+        const QString erlang = m_engine->installDir() + QStringLiteral("/erlang");
+        QStringList expected = QProcessEnvironment::systemEnvironment().toStringList();
+        expected << QStringLiteral("ROOTDIR=") + erlang << QStringLiteral("BINDIR=%1/erts-9.0/bin").arg(erlang);
+        QStringList more;
+        for (const QString& variable : m_engine->environment()) {
+            const bool isWines = variable.startsWith(QLatin1String("VKD3D_")); // it sets them in programs with windows
+            if (!expected.removeOne(variable) && !isWines)
+                more << variable;
+        }
+        QCOMPARE(more.join(u' '), QString());
+        QCOMPARE(expected.join(u' '), QString());
+        endByExitMessage(*client);
+    }
+
+#ifndef Q_OS_WIN // where Qt does not log what it tells of its widgets
+    void programSpeaksSlovenian()
+    {
+        const WidgetLog widgets;
+        const auto client = startReady();
+        QVERIFY(says(*client, "name=\"Prijava\" role=Button"));
+        QVERIFY(!allOutput(*client).contains("name=\"Login\""));
+        endByExitMessage(*client);
+    }
+
+    void programSpeaksTheLanguageThatItIsAskedFor_data()
+    {
+        QTest::addColumn<QByteArray>("language");
+        QTest::addColumn<QByteArray>("button");
+        QTest::newRow("English") << QByteArray("en") << QByteArray("Sign in");
+        QTest::newRow("source texts") << QByteArray("C") << QByteArray("Login");
+        QTest::newRow("unknown") << QByteArray("tlh") << QByteArray("Prijava");
+    }
+    void programSpeaksTheLanguageThatItIsAskedFor()
+    {
+        QFETCH(QByteArray, language);
+        QFETCH(QByteArray, button);
+        const WidgetLog widgets;
+        qputenv("ORVEL_LANGUAGE", language);
+        const auto client = startReady();
+        qunsetenv("ORVEL_LANGUAGE");
+        QVERIFY(says(*client, "name=\"" + button + "\" role=Button"));
+        endByExitMessage(*client);
+    }
+
+    void programWithoutATranslationStartsAndSpeaksEnglish()
+    {
+        const WidgetLog widgets;
+        const auto client = startReady(QStringLiteral(ORVEL_UNTRANSLATED_CLIENT));
+        QVERIFY(says(*client, "name=\"Login\" role=Button"));
+        endByExitMessage(*client);
+    }
+
+    void nextClientStartsWhileTheLastOneStillWaitsForItsEngine()
+    {
+        const auto last = startReady();
+        const auto engine = static_cast<pid_t>(m_engine->starts().constLast().processId);
+        // The end of a traced process is its tracer's first; its parent learns of it when that one has taken it.
+        if (ptrace(PTRACE_SEIZE, engine, nullptr, nullptr) != 0)
+            QSKIP("no process may be traced here");
+        m_engine->say("{\"what\":\"exit\"}");
+        EVENTUALLY(stateOf(engine) == 'Z');
+        EVENTUALLY(stateOf(static_cast<pid_t>(last->processId())) == 'S');
+        ::kill(static_cast<pid_t>(last->processId()), SIGSTOP); // in its last wait, which would be over after 3 s
+        const auto next = start();
+        const bool isStarted = says(*next, "servercomm: Comm initialized\n");
+        const char stateOfLast = stateOf(static_cast<pid_t>(last->processId()));
+        ::kill(static_cast<pid_t>(last->processId()), SIGCONT);
+        QCOMPARE(waitpid(engine, nullptr, 0), engine);
+        QVERIFY(ended(*last));
+        QCOMPARE(last->exitCode(), 1);
+        QCOMPARE(stateOfLast, 'T');
+        QVERIFY2(isStarted, allOutput(*next).constData());
+        EVENTUALLY(m_engine->starts().size() == 2 && m_engine->input().endsWith("}\n"));
+        endByExitMessage(*next);
+    }
+#endif
+
+    void stateMessageIsListenedToByNobody()
+    {
+        const auto client = startReady();
+        const QByteArray message = "{\"what\":\"state\",\"pin\":[\"1\"],\"upnp\":true,\"portworks\":true}\n";
+        // What else is said of the engine's start comes before.
+        m_engine->say("{\"what\":\"nothing\"}");
+        QVERIFY(says(*client, "servercomm: Received from erlang  nothing\nservercomm: \n"));
+        m_engine->writeError(message);
+        m_engine->say("{\"what\":\"last\"}");
+        QVERIFY(says(*client, "servercomm: Received from erlang  last\n"));
+        const QByteArray output = allOutput(*client);
+        const int from = output.indexOf("servercomm: Raw stdout  " + message);
+        const int to = output.indexOf("servercomm: Received from erlang  last\n");
+        const QByteArray handled = output.mid(from, to - from);
+        QVERIFY(from >= 0);
+        for (const QByteArray& line : handled.split('\n'))
+            QVERIFY2(line.isEmpty() || line.startsWith("servercomm: ") || line.startsWith('{'), handled.constData());
+        endByExitMessage(*client);
+    }
+
+    void firstLineNamesTheProgramThoughItsPathGoesBeyondAscii()
+    {
+        const QString directory = m_engine->installDir() + QString::fromUtf8("/\xc5\xbd") + QStringLiteral("iga");
+        const QString program = directory + u'/' + QFileInfo(QStringLiteral(ORVEL_CLIENT)).fileName();
+        QVERIFY(QDir().mkpath(directory));
+#ifdef Q_OS_WIN
+        QVERIFY(QFile::copy(QStringLiteral(ORVEL_CLIENT), program));
+        qputenv("QT_QPA_PLATFORM_PLUGIN_PATH",
+                QFileInfo(QStringLiteral(ORVEL_CLIENT)).path().toLocal8Bit() + "/platforms");
+#else
+        QVERIFY(QFile::link(QStringLiteral(ORVEL_CLIENT), program));
+#endif
+        QProcess client;
+        client.setWorkingDirectory(m_engine->installDir());
+        client.start(program, QStringList());
+        EVENTUALLY(m_engine->isConnected() && m_engine->input().endsWith("}\n"));
+        qunsetenv("QT_QPA_PLATFORM_PLUGIN_PATH");
+        const QByteArray first = allOutput(client).split('\n').value(0);
+        QCOMPARE(QString::fromLocal8Bit(first), QStringLiteral("Ran  ") + QDir::toNativeSeparators(program));
+        endByExitMessage(client);
+    }
 
     void linesAfterAnExitMessageAreStillHandled()
     {

@@ -209,19 +209,19 @@ private slots:
         QVERIFY(seeded > 0);
         const QStringList left = QDir(data).entryList(QDir::Files | QDir::Hidden);
         QCOMPARE(left.filter(QStringLiteral("config.json")), QStringList{QStringLiteral("config.json")});
-        QCOMPARE(left.filter(QStringLiteral("qt_temp")), QStringList());
+        QCOMPARE(left.filter(QStringLiteral("unfinished")), QStringList());
         askToEnd(*last);
         QVERIFY(ended(*last));
     }
 
-    void whatAKilledClientLeftBesideTheSettingsHoldsNobodyUpAndGoes()
+    void lockThatAKilledClientLeftBesideTheSettingsHoldsNobodyUpAndGoes()
     {
-        // Killed before its name was in the lock, and before the new text was whole.
+        // Killed before its name was in it.
         const QDir settings(testHome() + QStringLiteral("/config/Velmora d.d."));
         const QString file = QStringLiteral("Orvel Storage.conf");
-        for (const char* leftOver : {".lock", ".lock.rmlock", ".AbCdEf"})
+        for (const char* leftOver : {".lock", ".lock.rmlock"})
             writeFile(settings.filePath(file + QLatin1String(leftOver)), QByteArray());
-        const QString foreign = file + QStringLiteral(".backup");
+        const QString foreign = file + QStringLiteral(".broken");
         writeFile(settings.filePath(foreign), "the user's");
 
         const auto client = start(QStringLiteral(ORVEL_CLIENT));

@@ -52,6 +52,32 @@ private slots:
                                 "upnp version webacc"));
     }
 
+    void hostAndAddressesAreWrittenAsTheyStand()
+    {
+        EngineConfig config;
+        config.synchome = QStringLiteral("sync.orvel.example");
+        config.srvip = QStringLiteral("192.168.1.7");
+        const QVariantMap map = config.toMap(machine());
+        QCOMPARE(map.value(QStringLiteral("synchome")), QVariant(QStringLiteral("sync.orvel.example")));
+        QCOMPARE(map.value(QStringLiteral("srvip")), QVariant(QStringLiteral("192.168.1.7")));
+        QCOMPARE(map.value(QStringLiteral("locips")), QVariant(machine().addresses));
+    }
+
+    void switchesOfTheFileAreReadAndWritten_data()
+    {
+        QTest::addColumn<QString>("key");
+        for (const char* key : {"itunes", "webacc", "upnp", "autodiscovery"})
+            QTest::newRow(key) << QString::fromLatin1(key);
+    }
+    void switchesOfTheFileAreReadAndWritten()
+    {
+        QFETCH(QString, key);
+        for (const bool value : {true, false})
+            QCOMPARE(readFrom({{key, value}}).toMap(machine()).value(key), QVariant(value));
+        QCOMPARE(readFrom({{key, QStringLiteral("false")}}).toMap(machine()).value(key), QVariant(false));
+        QCOMPARE(readFrom({{key, 1}}).toMap(machine()).value(key), QVariant(true));
+    }
+
     void systemIsAlwaysWinAndTheFormatTwelve()
     {
         const QVariantMap map = EngineConfig().toMap(machine());

@@ -33,6 +33,19 @@ class EngineProcessLinuxTest final : public Test
     Q_OBJECT
 
 private slots:
+    void forkThatStartsNoEngineGoesOn() // first: before any engine was started
+    {
+        constexpr int gone = 7;
+        const auto engine = makeEngineProcess();
+        const pid_t child = fork();
+        if (child == 0)
+            _exit(gone);
+        int status = 0;
+        QCOMPARE(waitpid(child, &status, 0), child);
+        QVERIFY(WIFEXITED(status));
+        QCOMPARE(WEXITSTATUS(status), gone);
+    }
+
     void clientKilledWhileItStartsTheEngineLeavesNobodyBehind()
     {
         const FakeEngine engine;

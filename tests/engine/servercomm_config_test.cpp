@@ -1,3 +1,4 @@
+#include "base/deployment.h"
 #include "tests/engine/servercommtest.h"
 #include "tests/support/privileges.h"
 #include "json/json.h"
@@ -14,7 +15,9 @@
 #else
 #include "tests/support/fulldisk.h"
 
+#include <sys/fsuid.h>
 #include <sys/stat.h>
+#include <unistd.h>
 #endif
 
 class ServerCommConfigTest final : public ServerCommTest
@@ -33,6 +36,15 @@ class ServerCommConfigTest final : public ServerCommTest
         const QString path = createServer().configPath();
         writeFile(path, content);
         return createServer();
+    }
+
+    void hasAddresses(const QStringList& addresses)
+    {
+        m_server->setMachine([addresses] {
+            Machine machine = Machine::current();
+            machine.addresses = addresses;
+            return machine;
+        });
     }
 
 #ifdef Q_OS_WIN
@@ -60,6 +72,16 @@ class ServerCommConfigTest final : public ServerCommTest
         struct stat status = {};
         return stat(QFile::encodeName(path).constData(), &status) == 0 ? status.st_mode & 07777U : ~0U;
     }
+
+    /// For a process of root's that has dropped its privileges.
+    static void giveToRoot(const QString& path, unsigned rights)
+    {
+        const QByteArray name = QFile::encodeName(path);
+        const auto user = static_cast<uid_t>(setfsuid(0));
+        QCOMPARE(chown(name.constData(), 0, 0), 0);
+        QCOMPARE(chmod(name.constData(), rights), 0);
+        setfsuid(user);
+    }
 #endif
 
 private slots:
@@ -73,8 +95,24 @@ private slots:
                  QStringList{QStringLiteral("Orvel Storage")});
         QCOMPARE(file.value(QStringLiteral("port")).toInt(), 1554);
         QCOMPARE(file.value(QStringLiteral("statedir")).toString(), m_server->stateDir());
-        QVERIFY(logContains(QStringLiteral("servercomm: Save config  true")));
-        QVERIFY(logContains(QStringLiteral("servercomm: Saving cfg to  ") + m_server->configPath()));
+        const Machine machine = Machine::current();
+        QCOMPARE(file.value(QStringLiteral("synchome")).toString(), QLatin1String(deployment::serverHost));
+        QCOMPARE(file.value(QStringLiteral("locips")).toStringList(), machine.addresses);
+        QCOMPARE(file.value(QStringLiteral("srvip")).toString(), machine.firstAddress());
+    }
+
+    void saveIsLoggedBeforeItsPlaceAndBeforeItsPost()
+    {
+        runningServer();
+        EVENTUALLY_EQUAL(armedSingleShots(), 0);
+        hasAddresses({QStringLiteral("10.9.8.7")}); // of which the post tells
+        clearLog();
+        const QString gone = m_server->config().srvip;
+        m_server->saveConfig();
+        const QString saving = QStringLiteral("servercomm: Saving cfg to  ") + m_server->configPath();
+        QCOMPARE(log(), (QStringList{QStringLiteral("servercomm: Save config  true"), saving,
+                                     QStringLiteral("servercomm: postConfig  %1  not found, using  10.9.8.7").arg(gone),
+                                     QStringLiteral("servercomm: Save config  false"), saving}));
     }
 
     void portBelow1024IsWrittenBackAsTheDefault()
@@ -124,8 +162,52 @@ private slots:
 
     void corruptFileIsPostedAsItIs()
     {
-        serverWith("{\"port\": 2000").toggleServer(true);
+        serverWith("{\"port\": 2000");
+        hasAddresses({m_server->config().srvip}); // else the new one is saved, on a computer that is offline, too
+        m_server->toggleServer(true);
         QVERIFY(engineReads("\njson{\"port\": 2000\n"));
+    }
+
+    void addressThatIsGoneGivesWayToTheFirstOneAtThePostWithALineAndASave()
+    {
+        serverWith("{\"port\": 2000}");
+        const QString gone = m_server->config().srvip;
+        hasAddresses({QStringLiteral("10.9.8.7"), QStringLiteral("10.9.8.6")});
+        clearLog();
+        m_server->toggleServer(true);
+        QVERIFY(engineReads("\"srvip\" : \"10.9.8.7\""));
+        QCOMPARE(m_server->config().srvip, QStringLiteral("10.9.8.7"));
+        QCOMPARE(fileContent(*m_server).value(QStringLiteral("srvip")).toString(), QStringLiteral("10.9.8.7"));
+        QCOMPARE(log().count(QStringLiteral("servercomm: postConfig  %1  not found, using  10.9.8.7").arg(gone)), 1);
+        QCOMPARE(log().filter(QStringLiteral("Save config")),
+                 QStringList{QStringLiteral("servercomm: Save config  false")});
+        // The text that is posted is the one that was saved, and the next post finds the address.
+        EVENTUALLY_EQUAL(m_engine->input().count("\njson"), 2);
+        const QByteArray config = "\njson" + readFile(m_server->configPath()) + '\n';
+        EVENTUALLY_EQUAL(m_engine->input(), config + config);
+        QCOMPARE(log().filter(QStringLiteral("postConfig")).size(), 1);
+    }
+
+    void addressThatIsStillThereIsKeptAtThePostThoughItIsNotTheFirst()
+    {
+        serverWith("{\"port\": 2000}");
+        const QString kept = m_server->config().srvip;
+        hasAddresses({QStringLiteral("10.9.8.7"), kept});
+        clearLog();
+        m_server->toggleServer(true);
+        QVERIFY(engineReads("\"srvip\" : \"" + kept.toUtf8() + '"'));
+        QCOMPARE(log().filter(QStringLiteral("onfig ")), QStringList());
+    }
+
+    void computerThatWentOfflineHasAnEmptyAddressAtThePost()
+    {
+        serverWith("{\"port\": 2000}");
+        const QString gone = m_server->config().srvip;
+        hasAddresses({});
+        m_server->toggleServer(true);
+        QVERIFY(engineReads("\"locips\" : [  ]"));
+        QVERIFY(engineReads("\"srvip\" : \"\""));
+        QVERIFY(logContains(QStringLiteral("servercomm: postConfig  %1  not found, using  ").arg(gone)));
     }
 
     void textBeforeAZeroByteCounts()
@@ -169,12 +251,7 @@ private slots:
         QVERIFY(open.open(QIODevice::ReadOnly));
         m_server->setHome(QStringLiteral("/x"), QStringLiteral("y"));
         m_server->saveConfig(false);
-#ifdef Q_OS_WIN
-        QCOMPARE(readFile(m_server->configPath()), before); // nobody replaces a file that is open here
-        QCOMPARE(log().filter(QStringLiteral("Unable to write")).size(), 1);
-        open.close();
-        m_server->saveConfig(false);
-#else
+#ifndef Q_OS_WIN                          // where nobody replaces a file that is open
         QCOMPARE(open.readAll(), before); // a file written in place would show the new text here
 #endif
         QVERIFY(readFile(m_server->configPath()) != before);
@@ -183,6 +260,24 @@ private slots:
     }
 
 #ifdef Q_OS_WIN
+    void fileThatIsBeingReadIsWrittenIntoWithALine()
+    {
+        createServer();
+        QFile open(m_server->configPath());
+        QVERIFY(open.open(QIODevice::ReadOnly));
+        m_server->setHome(QStringLiteral("C:/new home"), QStringLiteral("Folder"));
+        m_server->saveConfig(false);
+        QCOMPARE(fileContent(*m_server).value(QStringLiteral("homepath")).toString(), QStringLiteral("C:/new home"));
+        QVERIFY(open.readAll().contains("C:/new home"));
+        QCOMPARE(log().filter(QStringLiteral("Unable to replace")).filter(m_server->configPath()).size(), 1);
+        QCOMPARE(log().filter(QStringLiteral("Unable to write")), QStringList());
+        m_server->setHome(QString(), QString()); // a shorter text leaves nothing of the longer one
+        m_server->saveConfig(false);
+        QVERIFY(readFile(m_server->configPath()).endsWith(" }"));
+        QCOMPARE(QDir(m_server->stateDir()).entryList(QDir::Files | QDir::Hidden),
+                 QStringList{QStringLiteral("config.json")});
+    }
+
     void directoryAndFileHaveTheAccessListOfTheUsersProfile()
     {
         const QString profile = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
@@ -238,6 +333,73 @@ private slots:
         QCOMPARE(rights(m_server->configPath()), 0600U);
     }
 
+    void fileThatMayBeWrittenButNotReplacedIsWrittenIntoWithALine_data()
+    {
+        QTest::addColumn<unsigned>("directory");
+        QTest::newRow("because it is somebody else's") << 01777U;
+        QTest::newRow("because the directory takes no other") << 0755U;
+    }
+    void fileThatMayBeWrittenButNotReplacedIsWrittenIntoWithALine()
+    {
+        QFETCH(unsigned, directory);
+        createServer().setHome(QString(1000, u'l'), QStringLiteral("old"));
+        m_server->saveConfig(false);
+        const auto withoutPrivileges = dropPrivileges();
+        if (!withoutPrivileges || geteuid() != 0)
+            QSKIP("only root can make such a file");
+        giveToRoot(m_server->stateDir(), directory);
+        giveToRoot(m_server->configPath(), 0666);
+        m_server->setHome(QStringLiteral("/new home"), QStringLiteral("Folder")); // a shorter text
+        m_server->saveConfig(false);
+        QCOMPARE(fileContent(*m_server).value(QStringLiteral("homepath")).toString(), QStringLiteral("/new home"));
+        QVERIFY(readFile(m_server->configPath()).endsWith(" }"));
+        QCOMPARE(log().filter(QStringLiteral("Unable to replace")).filter(m_server->configPath()).size(), 1);
+        QCOMPARE(log().filter(QStringLiteral("Unable to write")), QStringList());
+        QCOMPARE(QDir(m_server->stateDir()).entryList(QDir::Files | QDir::Hidden),
+                 QStringList{QStringLiteral("config.json")});
+    }
+
+    void readOnlyFileIsLeftAsItIs()
+    {
+        createServer();
+        const QByteArray before = readFile(m_server->configPath());
+        const auto withoutPrivileges = dropPrivileges();
+        if (!withoutPrivileges)
+            QSKIP("this user may write everywhere and cannot give that up");
+        QFile::setPermissions(m_server->configPath(), QFile::ReadOwner);
+        m_server->setHome(QStringLiteral("/x"), QStringLiteral("y"));
+        m_server->saveConfig(false);
+        QCOMPARE(readFile(m_server->configPath()), before);
+        QCOMPARE(log().filter(QStringLiteral("Unable to write")).size(), 1);
+    }
+
+    void linkInPlaceOfTheFileStaysOne()
+    {
+        createServer();
+        const QString elsewhere = testHome() + QStringLiteral("/elsewhere.json");
+        QVERIFY(QFile::rename(m_server->configPath(), elsewhere));
+        QVERIFY(QFile::link(elsewhere, m_server->configPath()));
+        m_server->setHome(QStringLiteral("/x"), QStringLiteral("y"));
+        m_server->saveConfig(false);
+        QCOMPARE(QFile::symLinkTarget(m_server->configPath()), elsewhere);
+        QVERIFY(readFile(elsewhere).contains("\"/x\""));
+        QVERIFY(QFile::remove(elsewhere));
+    }
+
+    void fileOfAnEarlierVersionBecomesTheUsersAloneWhenItIsWrittenInto()
+    {
+        createServer();
+        const auto withoutPrivileges = dropPrivileges();
+        if (!withoutPrivileges)
+            QSKIP("this user may write everywhere and cannot give that up");
+        QFile::setPermissions(m_server->configPath(), everybodyReads);
+        QFile::setPermissions(m_server->stateDir(), QFile::ReadOwner | QFile::ExeOwner);
+        m_server->saveConfig(false);
+        QFile::setPermissions(m_server->stateDir(), QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
+        QCOMPARE(log().filter(QStringLiteral("Unable to replace")).size(), 1);
+        QCOMPARE(rights(m_server->configPath()), 0600U);
+    }
+
     void fullDiskLeavesTheOldFileAndALine_data()
     {
         QTest::addColumn<int>("length");
@@ -263,19 +425,32 @@ private slots:
     }
 #endif
 
-    void leftOversOfAKilledWriteAreRemovedAtTheNextStart()
+    void whatAKilledWriteLeftBehindIsRemovedAtTheNextStart()
     {
         const QString dir = createServer().stateDir() + u'/';
         m_server.reset();
-        for (const char* name :
-             {"config.json.AbCdEf", "17.json.xyzXYZ", "qt_temp.qwertz", "quota.ico.AbcDef", "17.json", "17.tree",
-              "config.json.backup", "config.json.kopija", "config.json.backup1", "config.json.old"})
-            writeFile(dir + QLatin1String(name), "[]");
+        writeFile(dir + QStringLiteral(".orvel-unfinished-AbCdEf"), "{\"password\" : \"s3");
         createServer();
-        QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden, QDir::Name),
-                 (QStringList{QStringLiteral("17.json"), QStringLiteral("17.tree"), QStringLiteral("config.json"),
-                              QStringLiteral("config.json.backup"), QStringLiteral("config.json.backup1"),
-                              QStringLiteral("config.json.kopija"), QStringLiteral("config.json.old")}));
+        QCOMPARE(QDir(dir).entryList(QDir::Files | QDir::Hidden), QStringList{QStringLiteral("config.json")});
+    }
+
+    void whatIsNotOursIsLeftAloneWhateverItIsCalled()
+    {
+        const QString dir = createServer().stateDir() + u'/';
+        m_server.reset();
+        QStringList names{QStringLiteral("config.json")};
+        for (const char* name :
+             {"config.json.broken", "config.json.AbCdEf", "config.json.backup", "1001.json", "1001.json.before",
+              "1001.tree", "a.ico.custom", "qt_temp.qwertz", "orvel-unfinished-AbCdEf", ".orvel-unfinished-AbCdEfg",
+              ".orvel-unfinished-AbC", "my.orvel-unfinished-AbCdEf", ".orvel-unfinished-"}) {
+            writeFile(dir + QLatin1String(name), "the user's");
+            names << QLatin1String(name);
+        }
+        names.sort();
+        createServer();
+        QStringList left = QDir(dir).entryList(QDir::Files | QDir::Hidden);
+        left.sort();
+        QCOMPARE(left, names);
     }
 
     void dataDirectoryThatVanishesGivesALineAndIsOutlived()

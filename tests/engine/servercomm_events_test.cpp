@@ -60,13 +60,155 @@ private slots:
     {
         runningServer();
         const QSignalSpy changed(m_server.get(), SIGNAL(netStateChanged()));
-        m_engine->say("{\"what\":\"networkstate\",\"state\":\"transferring\",\"uid\":7,\"bps\":9,\"uploads\":1}");
+        m_engine->say("{\"what\":\"networkstate\",\"state\":\"transferring\",\"uid\":7,\"bps\":9,\"uploads\":1,"
+                      "\"downloads\":2,\"timerem\":3}");
         m_engine->say("{\"what\":\"networkstate\",\"state\":\"ok\"}");
         EVENTUALLY_EQUAL(changed.count(), 2);
         QCOMPARE(m_server->state().netState, QStringLiteral("ok"));
         QCOMPARE(m_server->state().uid, 7ULL);
         QCOMPARE(m_server->state().bps, 9);
         QCOMPARE(m_server->state().uploads, 1);
+        QCOMPARE(m_server->state().downloads, 2);
+        QCOMPARE(m_server->state().timeRemaining, 3);
+    }
+
+    void membersOfTheOtherKindsAreEmptyWhenTheyAreMissing()
+    {
+        createServer();
+        m_server->takeOutput("{\"what\":\"state\",\"pin\":[\"1\"],\"upnp\":true,\"portworks\":true,\"porttime\":3}\n"
+                             "{\"what\":\"networkstate\",\"state\":\"ok\"}\n"
+                             "{\"what\":\"spaceused\",\"space\":5,\"quota\":6,\"package\":\"Family\"}");
+        QCOMPARE(m_server->state().portTime, 3);
+        QCOMPARE(m_server->state().netState, QStringLiteral("ok"));
+        QCOMPARE(m_server->state().package, QStringLiteral("Family"));
+        m_server->takeOutput("{\"what\":\"state\"}\n{\"what\":\"networkstate\"}\n{\"what\":\"spaceused\"}");
+        QCOMPARE(m_server->state().pin, QStringList());
+        QCOMPARE(m_server->state().upnp, false);
+        QCOMPARE(m_server->state().portWorks, false);
+        QCOMPARE(m_server->state().portTime, 0);
+        QCOMPARE(m_server->state().netState, QString());
+        QCOMPARE(m_server->state().space, 0ULL);
+        QCOMPARE(m_server->state().quota, 0ULL);
+        QCOMPARE(m_server->state().package, QString());
+    }
+
+    void membersAreConverted_data()
+    {
+        QTest::addColumn<QByteArray>("kind");
+        QTest::addColumn<QByteArray>("member");
+        QTest::addColumn<QByteArray>("value");
+        QTest::addColumn<QVariant>("stored");
+        const auto row = [](const char* kind, const char* member, const char* value, const QVariant& stored) {
+            QTest::newRow(qPrintable(QLatin1String(member) + u' ' + QLatin1String(value)))
+                << QByteArray(kind) << QByteArray(member) << QByteArray(value) << stored;
+        };
+        row("state", "pin", "[\"1\",2,-3,2.5,true,null]",
+            QStringLiteral("1 2 -3 2.5 true ").split(u' ')); // null is an empty text
+        row("state", "pin", "\"one\"", QStringList{QStringLiteral("one")});
+        row("state", "pin", "5", QStringList());
+        for (const char* member : {"upnp", "portworks"}) {
+            row("state", member, "true", true);
+            row("state", member, "\"true\"", true);
+            row("state", member, "\"yes\"", true);
+            row("state", member, "\"false\"", false);
+            row("state", member, "\"0\"", false);
+            row("state", member, "\"\"", false);
+            row("state", member, "1", true);
+            row("state", member, "-1", true);
+            row("state", member, "0", false);
+            row("state", member, "0.5", true);
+        }
+        row("networkstate", "state", "5", QStringLiteral("5"));
+        row("networkstate", "state", "true", QStringLiteral("true"));
+        row("networkstate", "uid", "\"7\"", 7ULL);
+        row("networkstate", "uid", "-1", 18446744073709551615ULL);
+        row("networkstate", "uid", "2.6", 3ULL);
+        row("networkstate", "uid", "true", 1ULL);
+        row("networkstate", "uid", "\"no number\"", 0ULL);
+        for (const char* member : {"porttime", "bps", "uploads", "downloads", "timerem"}) {
+            const char* kind = qstrcmp(member, "porttime") == 0 ? "state" : "networkstate";
+            row(kind, member, "\"12\"", 12);
+            row(kind, member, "-5", -5);
+            row(kind, member, "2.6", 3);
+            row(kind, member, "true", 1);
+            row(kind, member, "\"2.6\"", 0);
+            row(kind, member, "4294967301", 5); // of 32 bits
+        }
+        for (const char* member : {"space", "quota"}) {
+            row("spaceused", member, "\"10000000000\"", 10000000000ULL);
+            row("spaceused", member, "10000000000.0", 10000000000ULL);
+            row("spaceused", member, "-1", 18446744073709551615ULL);
+        }
+        row("spaceused", "package", "7", QStringLiteral("7"));
+    }
+    void membersAreConverted()
+    {
+        QFETCH(QByteArray, kind);
+        QFETCH(QByteArray, member);
+        QFETCH(QByteArray, value);
+        QFETCH(QVariant, stored);
+        createServer().takeOutput("{\"what\":\"" + kind + "\",\"" + member + "\":" + value + '}');
+        const EngineState& state = m_server->state();
+        const QHash<QByteArray, QVariant> all{{"pin", state.pin},
+                                              {"upnp", state.upnp},
+                                              {"portworks", state.portWorks},
+                                              {"porttime", state.portTime},
+                                              {"state", state.netState},
+                                              {"uid", state.uid},
+                                              {"bps", state.bps},
+                                              {"uploads", state.uploads},
+                                              {"downloads", state.downloads},
+                                              {"timerem", state.timeRemaining},
+                                              {"space", state.space},
+                                              {"quota", state.quota},
+                                              {"package", state.package}};
+        QCOMPARE(all.value(member), stored);
+    }
+
+    void argumentsOfTheSignalsAreConverted()
+    {
+        createServer();
+        QSignalSpy share(m_server.get(), SIGNAL(shareFolderResult(int, bool, int)));
+        QSignalSpy ids(m_server.get(), SIGNAL(racunIds(QStringList)));
+        QSignalSpy query(m_server.get(), SIGNAL(pathQueryResult(QString, QList<quint64>)));
+        m_server->takeOutput("{\"what\":\"sharefolderresult\",\"msgid\":\"4\",\"success\":\"false\",\"msg\":2.6}\n"
+                             "{\"what\":\"sharefolderresult\",\"msgid\":-4,\"success\":1,\"msg\":\"3\"}\n"
+                             "{\"what\":\"loginids\",\"ids\":[2001,\"x\"]}\n"
+                             "{\"what\":\"loginids\",\"ids\":\"2001\"}\n"
+                             "{\"what\":\"queryresult\",\"cmd\":5,\"idpath\":[\"7\",8.6,-1,\"x\",null]}");
+        QCOMPARE(share.value(0), (QVariantList{4, false, 3}));
+        QCOMPARE(share.value(1), (QVariantList{-4, true, 3}));
+        QCOMPARE(ids.value(0).value(0).toStringList(), (QStringList{QStringLiteral("2001"), QStringLiteral("x")}));
+        QCOMPARE(ids.value(1).value(0).toStringList(), QStringList{QStringLiteral("2001")});
+        QCOMPARE(query.value(0).value(0).toString(), QStringLiteral("5"));
+        QCOMPARE(query.value(0).value(1).value<QList<quint64>>(),
+                 (QList<quint64>{7, 9, 18446744073709551615ULL, 0, 0}));
+    }
+
+    void bytesAreTakenForLatin1()
+    {
+        createServer().takeOutput("{\"what\":\"networkstate\",\"state\":\"\xe9\xc4\x8d\x80\xff\"}");
+        QCOMPARE(m_server->state().netState, QString::fromLatin1("\xe9\xc4\x8d\x80\xff"));
+        QCOMPARE(m_server->state().netState.size(), 5);
+    }
+
+    void readIsLoggedBeforeItIsHandledAndStandardErrorBeforeStandardOutput()
+    {
+        runningServer();
+        EVENTUALLY_EQUAL(armedSingleShots(), 0);
+        QStringList before;
+        connect(m_server.get(), &ServerComm::netStateChanged, this, [&] { before = log(); });
+        clearLog();
+        m_engine->say("{\"what\":\"networkstate\",\"state\":\"ok\"}");
+        const QString raw = QStringLiteral("servercomm: Raw stdout  ");
+        const QStringList handled{raw + QStringLiteral("{\"what\":\"networkstate\",\"state\":\"ok\"}\n"),
+                                  QStringLiteral("servercomm: Received from erlang  networkstate")};
+        EVENTUALLY_EQUAL(log(), handled + QStringList{QStringLiteral("servercomm: ")});
+        QCOMPARE(before, handled);
+
+        clearLog();
+        m_engine->writeOutput("said\n");
+        EVENTUALLY_EQUAL(log(), (QStringList{raw, QStringLiteral("servercomm: said\n")}));
     }
 
     void stateIsStoredWhole()
@@ -227,6 +369,56 @@ private slots:
         QCOMPARE(share.value(0), (QVariantList{0, false, 0}));
         QVERIFY(query.value(0).value(1).value<QList<quint64>>().isEmpty());
         QVERIFY(ids.value(0).value(0).toStringList().isEmpty());
+    }
+
+    void passwordThatTheEngineRepeatsIsInNoLine()
+    {
+        writeFile(createServer().configPath(), "{\"password\": \"k3pt\"}");
+        runningServer().login(QStringLiteral("ana"), QStringLiteral("s3\"cr3t"));
+        m_engine->writeOutput("1 s3\"cr3t k3pt 2");
+        m_engine->writeError("3 s3\"cr3t k3pt 4\n{\"what\":\"5 s3\\\"cr3t 6\"}\n");
+        EVENTUALLY(logContains(QStringLiteral("servercomm: 1 *** *** 2")));
+        EVENTUALLY(logContains(QStringLiteral("servercomm: Raw stdout  3 *** *** 4\n{\"what\":\"5 *** 6\"}\n")));
+        EVENTUALLY(logContains(QStringLiteral("servercomm: Received from erlang  5 *** 6")));
+        for (const char* part : {"cr3t", "k3pt"})
+            QCOMPARE(log().filter(QLatin1String(part)), QStringList());
+    }
+
+    void passwordIsMaskedInEveryFormThatTheEngineGivesIt_data()
+    {
+        QTest::addColumn<QString>("password");
+        QTest::addColumn<QByteArray>("said");
+        QTest::addColumn<QString>("line");
+        const QString beyond = QString::fromUtf8("geslo\xc5\xbe");
+        QTest::newRow("escaped") << beyond << QByteArray(R"(x geslo\u017e y)") << "x *** y";
+        QTest::newRow("UTF-8") << beyond << QByteArray("x geslo\xc5\xbe y") << "x *** y";
+        QTest::newRow("after a line feed") << "s3cret" << QByteArray(R"(failed:\ns3cret)") << R"(failed:\n***)";
+        QTest::newRow("short, after a line feed") << "s3c" << QByteArray(R"(failed:\ns3c)") << R"(failed:\n***)";
+        QTest::newRow("within a word") << "s3cret" << QByteArray("thes3crets") << "the***s";
+    }
+    void passwordIsMaskedInEveryFormThatTheEngineGivesIt()
+    {
+        QFETCH(QString, password);
+        QFETCH(QByteArray, said);
+        QFETCH(QString, line);
+        runningServer().login(QStringLiteral("ana"), password);
+        m_engine->writeOutput(said);
+        EVENTUALLY(logContains(QStringLiteral("servercomm: ") + line));
+    }
+
+    void passwordOfAMessagesKindIsMasked()
+    {
+        runningServer().login(QStringLiteral("ana"), QString::fromUtf8("geslo\xc5\xbe"));
+        m_engine->say("{\"what\":\"geslo\xc5\xbe\"}");
+        EVENTUALLY(logContains(QStringLiteral("servercomm: Received from erlang  ***")));
+    }
+
+    void shortPasswordWithinAnotherWordIsNotMasked()
+    {
+        runningServer().login(QStringLiteral("ana"), QStringLiteral("at"));
+        m_engine->writeOutput("at state; that, atlas \xc3\xa9"
+                              "at,at");
+        EVENTUALLY(logContains(QStringLiteral("servercomm: *** state; that, atlas \u00e9at,***")));
     }
 
     void deeplyNestedMessageIsSkipped()

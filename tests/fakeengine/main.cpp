@@ -6,6 +6,7 @@
 #include <QDataStream>
 #include <QDir>
 #include <QLocalSocket>
+#include <QProcessEnvironment>
 #include <QThread>
 #include <QVariantMap>
 
@@ -133,8 +134,7 @@ public:
         tell(fakeengine::started,
              QVariantMap{{QStringLiteral("arguments"), QStringList(QCoreApplication::arguments().mid(1))},
                          {QStringLiteral("workingDirectory"), QDir::currentPath()},
-                         {QStringLiteral("rootDir"), qEnvironmentVariable("ROOTDIR")},
-                         {QStringLiteral("binDir"), qEnvironmentVariable("BINDIR")},
+                         {QStringLiteral("environment"), QProcessEnvironment::systemEnvironment().toStringList()},
                          {QStringLiteral("processId"), QCoreApplication::applicationPid()}});
         if (!qEnvironmentVariableIsSet(fakeengine::slowVariable))
             m_reader.start();

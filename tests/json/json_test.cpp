@@ -4,7 +4,10 @@
 
 #include <QDate>
 #include <QPoint>
+#include <QUrl>
 #include <QVariant>
+
+#include <limits>
 
 namespace
 {
@@ -88,7 +91,8 @@ private slots:
     void unfinishedObjectFailsAndYieldsAnEmptyMap_data()
     {
         QTest::addColumn<QString>("text");
-        for (const char* text : {"{", "{\"a\":1", "{\"a\"", "{\"a\" 1}", "{\"a\":}", "{\"a", "{abc\":1}"})
+        for (const char* text : {"{", "{\"a\":1", "{\"a\"", "{\"a\" 1}", "{\"a\":}", "{\"a", "{abc\":1}",
+                                 "{\"a\":1,\"b\":[1,:]}", "{\"a\":{\"b\":[1}}", "{\"a\":1,\"b\":\"\\u00\"}"})
             QTest::newRow(text) << QString::fromUtf8(text);
     }
     void unfinishedObjectFailsAndYieldsAnEmptyMap()
@@ -101,11 +105,45 @@ private slots:
         QVERIFY(value.toMap().isEmpty());
     }
 
+    void whateverStandsBeforeAKeyIsTakenForItsQuote_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("key");
+        QTest::newRow("digit") << "{1a\":2}"
+                               << "a";
+        QTest::newRow("word") << "{true\":2}"
+                              << "rue";
+        QTest::newRow("bracket") << "{[a\":2}"
+                                 << "a";
+        QTest::newRow("colon") << "{:\":2}"
+                               << "";
+    }
     void whateverStandsBeforeAKeyIsTakenForItsQuote()
     {
+        QFETCH(QString, text);
+        QFETCH(QString, key);
         bool ok = false;
-        QCOMPARE(parsed("{1a\":2}", &ok).toMap(), (QVariantMap{{QStringLiteral("a"), 2ULL}}));
+        QCOMPARE(Json::parse(text, ok).toMap(), (QVariantMap{{key, 2ULL}}));
         QVERIFY(ok);
+    }
+
+    void failureInsideAnArrayLeavesNothingOfWhatIsAroundIt_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<int>("type");
+        QTest::newRow("a map") << "{\"a\":1,\"b\":[2,:]}" << static_cast<int>(QMetaType::QVariantMap);
+        QTest::newRow("a list") << "[1,{\"a\":[2,:]}]" << static_cast<int>(QMetaType::QVariantList);
+    }
+    void failureInsideAnArrayLeavesNothingOfWhatIsAroundIt()
+    {
+        QFETCH(QString, text);
+        QFETCH(int, type);
+        bool ok = true;
+        const QVariant value = Json::parse(text, ok);
+        QVERIFY(!ok);
+        QCOMPARE(value.userType(), type);
+        QVERIFY(value.toMap().isEmpty());
+        QVERIFY(value.toList().isEmpty());
     }
 
     void numberTypeFollowsItsSpelling_data()
@@ -123,6 +161,13 @@ private slots:
         QTest::newRow("broken exponent") << "1e5e" << QVariant(static_cast<qulonglong>(0));
         QTest::newRow("largest") << "18446744073709551615" << QVariant(std::numeric_limits<qulonglong>::max());
         QTest::newRow("one too many") << "18446744073709551616" << QVariant(static_cast<qulonglong>(0));
+        QTest::newRow("two points") << "1.2.3" << QVariant(0.0);
+        QTest::newRow("point and exponent") << "1.e2" << QVariant(100.0);
+        QTest::newRow("too large for a double") << "1.0e400" << QVariant(QStringLiteral("1.0e400").toDouble());
+        QTest::newRow("too small for a double") << "-1.0e-400" << QVariant(QStringLiteral("-1.0e-400").toDouble());
+        QTest::newRow("sign of an exponent") << "5.5e+1" << QVariant(55.0);
+        QTest::newRow("signs in the run") << "1+1" << QVariant(static_cast<qulonglong>(0));
+        QTest::newRow("capital exponent") << "1.5E1" << QVariant(15.0);
         QTest::newRow("leading zeros") << "00000000000000000000012" << QVariant(static_cast<qulonglong>(12));
         QTest::newRow("smallest") << "-9223372036854775808" << QVariant(std::numeric_limits<qlonglong>::min());
     }
@@ -155,6 +200,9 @@ private slots:
         QTest::newRow("unknown is dropped") << "\"a\\qb\\xc\"" << QStringLiteral("abc");
         QTest::newRow("not hexadecimal is 0")
             << "\"a\\uzzzzb\"" << QStringLiteral("a") + QChar(0) + QStringLiteral("b");
+        QTest::newRow("sign before hexadecimal digits") << "\"\\u+12a\"" << QString(QChar(0x12a));
+        QTest::newRow("negative") << "\"\\u-001\"" << QString(QChar(0xffff));
+        QTest::newRow("capital digits") << "\"\\uFF1A\"" << QString(QChar(0xff1a));
         QTest::newRow("raw line break") << "\"a\nb\"" << QStringLiteral("a\nb");
     }
     void escapesAreRead()
@@ -300,6 +348,28 @@ private slots:
         QTest::newRow("int") << QVariant(-7) << QByteArray("-7");
         QTest::newRow("unsigned") << QVariant(std::numeric_limits<qulonglong>::max())
                                   << QByteArray("18446744073709551615");
+        const double infinity = std::numeric_limits<double>::infinity();
+        QTest::newRow("infinity") << QVariant(infinity) << QByteArray("inf.0");
+        QTest::newRow("negative infinity") << QVariant(-infinity) << QByteArray("-inf.0");
+        QTest::newRow("no number") << QVariant(std::numeric_limits<double>::quiet_NaN()) << QByteArray("nan.0");
+        QTest::newRow("small double") << QVariant(1e-7) << QByteArray("9.9999999999999995475e-08");
+        QTest::newRow("float is rounded") << QVariant(2.5F) << QByteArray("3");
+        QTest::newRow("negative float") << QVariant(-7.25F) << QByteArray("-7");
+        QTest::newRow("char") << QVariant::fromValue('A') << QByteArray("65");
+        QTest::newRow("signed char") << QVariant::fromValue(static_cast<signed char>(-5)) << QByteArray("-5");
+        QTest::newRow("unsigned char") << QVariant::fromValue(static_cast<uchar>(200)) << QByteArray("200");
+        QTest::newRow("short") << QVariant::fromValue(static_cast<short>(-30000)) << QByteArray("-30000");
+        QTest::newRow("unsigned short") << QVariant::fromValue(static_cast<ushort>(60000)) << QByteArray("60000");
+        QTest::newRow("unsigned int") << QVariant(std::numeric_limits<uint>::max()) << QByteArray("4294967295");
+        QTest::newRow("long") << QVariant::fromValue(std::numeric_limits<long>::min())
+                              << QByteArray::number(static_cast<qlonglong>(std::numeric_limits<long>::min()));
+        QTest::newRow("unsigned long") << QVariant::fromValue(4000000000UL) << QByteArray("4000000000");
+        QTest::newRow("signed") << QVariant(std::numeric_limits<qlonglong>::min())
+                                << QByteArray("-9223372036854775808");
+        QTest::newRow("address") << QVariant(QUrl(QStringLiteral("http://a/b?c=\"d\"")))
+                                 << QByteArray("\"http://a/b?c=%22d%22\"");
+        QTest::newRow("bytes beyond ASCII") << QVariant(QByteArray("\xc4\x8d\"")) << QByteArray("\"\xc4\x8d\\\"\"");
+        QTest::newRow("bytes that are no UTF-8") << QVariant(QByteArray("a\xffz")) << QByteArray("\"a\xef\xbf\xbdz\"");
         QTest::newRow("date") << QVariant(QDate(2020, 2, 29)) << QByteArray("\"2020-02-29\"");
         QTest::newRow("line break") << QVariant(QStringLiteral("line\nbreak")) << QByteArray("\"line\\nbreak\"");
         QTest::newRow("escapes") << QVariant(QStringLiteral("\\\"\b\f\n\r\t"))
@@ -323,6 +393,12 @@ private slots:
         QVERIFY(!ok);
         QVERIFY(Json::serialize(QVariantMap{{QStringLiteral("a"), QVariantList{QPoint()}}}).isNull());
         QVERIFY(Json::serialize(QPoint()).isNull());
+        ok = true;
+        QVERIFY(Json::serialize(QVariantHash{{QStringLiteral("a"), QPoint()}}, ok).isNull());
+        QVERIFY(!ok);
+        QVERIFY(
+            Json::serialize(QVariantList{QVariantHash{{QStringLiteral("a"), QVariantList{QPoint()}}}}, ok).isNull());
+        QVERIFY(!ok);
     }
 
     void whatWasWrittenIsReadBack()

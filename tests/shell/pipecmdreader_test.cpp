@@ -3,6 +3,7 @@
 #include "tests/support/metamethods.h"
 #include "tests/support/test.h"
 
+#include <QElapsedTimer>
 #include <QLocalServer>
 #include <QLocalSocket>
 #include <QRandomGenerator>
@@ -28,6 +29,12 @@ QByteArray utf16(const QString& text)
     return QByteArray(reinterpret_cast<const char*>(text.utf16()), text.size() * 2);
 }
 
+#ifdef Q_OS_WIN
+constexpr bool closesAtOnce = true; // and then minds what is written
+#else
+constexpr bool closesAtOnce = false;
+#endif
+
 } // namespace
 
 class PipeCmdReaderTest final : public Test
@@ -35,6 +42,8 @@ class PipeCmdReaderTest final : public Test
     Q_OBJECT
 
     std::unique_ptr<PipeCmdReader> m_reader;
+    std::unique_ptr<QLocalSocket> m_sender;
+    QLocalSocket::LocalSocketState m_senderAtSignal = QLocalSocket::UnconnectedState;
 
 protected:
     void setUp() override
@@ -44,6 +53,15 @@ protected:
     void tearDown() override
     {
         m_reader.reset();
+        m_sender.reset();
+    }
+
+public slots:
+    /// Whether the pipe is still open to the one who sent the command.
+    void noteSender()
+    {
+        m_sender->waitForDisconnected(50);
+        m_senderAtSignal = m_sender->state();
     }
 
 private:
@@ -126,13 +144,50 @@ private slots:
         EVENTUALLY_EQUAL(commands.count(), 2);
     }
 
-    void clientThatSaysNothingIsDropped()
+    void clientThatSaysNothingIsDroppedSilentlyAfterASecond()
+    {
+        const auto silent = send(QByteArray());
+        QElapsedTimer clock;
+        clock.start();
+        EVENTUALLY(silent->state() == QLocalSocket::UnconnectedState);
+        const qint64 waited = clock.elapsed();
+        QVERIFY2(waited >= 900, qPrintable(QString::number(waited)));
+        QVERIFY2(waited < deadline() * 19 / 100, qPrintable(QString::number(waited)));
+        QCOMPARE(log(), QStringList{QStringLiteral("Localserver new connection")});
+    }
+
+    void nextClientIsHeardAfterASilentOne()
     {
         const QSignalSpy commands(m_reader.get(), SIGNAL(Command(QString, QString)));
         const auto silent = send(QByteArray());
         const auto next = send(utf16(QStringLiteral("website|")));
         EVENTUALLY_EQUAL(commands.count(), 1);
-        EVENTUALLY(silent->state() == QLocalSocket::UnconnectedState);
+    }
+
+    void onlyTheFirstPieceOfAMessageIsRead()
+    {
+        const QSignalSpy commands(m_reader.get(), SIGNAL(Command(QString, QString)));
+        QElapsedTimer clock;
+        clock.start();
+        const auto socket = send(utf16(QStringLiteral("revs")));
+        EVENTUALLY(log().contains(QStringLiteral("Invalid command received  revs")));
+        QVERIFY(clock.elapsed() < deadline() * 9 / 100); // no second piece was waited for
+        if (socket->state() == QLocalSocket::ConnectedState && !closesAtOnce) {
+            socket->write(utf16(QStringLiteral("|/a")));
+            socket->flush();
+        }
+        EVENTUALLY(socket->state() == QLocalSocket::UnconnectedState);
+        QCOMPARE(log().filter(QRegularExpression(QStringLiteral("^Received  \\d"))).size(), 1);
+        QCOMPARE(commands.count(), 0);
+    }
+
+    void nothingIsWrittenBackAndThePipeClosesAfterTheSignal()
+    {
+        m_sender = send(utf16(QStringLiteral("revs|/a")));
+        connect(m_reader.get(), SIGNAL(Command(QString, QString)), this, SLOT(noteSender()));
+        EVENTUALLY(m_sender->state() == QLocalSocket::UnconnectedState);
+        QCOMPARE(m_senderAtSignal, QLocalSocket::ConnectedState);
+        QVERIFY(m_sender->readAll().isEmpty());
     }
 
     void endlessMessageIsReadOnlyUpToABound()
@@ -172,6 +227,19 @@ private slots:
     }
 
 #ifdef Q_OS_WIN
+    void nameOfAnotherUserLeavesTheReaderWithoutAServer()
+    {
+        m_reader.reset();
+        // One that is only read from denies us access, as that of another user does.
+        const HANDLE theirs =
+            CreateNamedPipeW(L"\\\\.\\pipe\\kestaextcommands", PIPE_ACCESS_INBOUND, 0, 2, 64, 64, 0, nullptr);
+        QVERIFY(theirs != INVALID_HANDLE_VALUE);
+        clearLog();
+        m_reader = std::make_unique<PipeCmdReader>();
+        CloseHandle(theirs);
+        QCOMPARE(log(), QStringList{QStringLiteral("Unable to listen on pipe")});
+    }
+
     void onlyTheUserMayConnect()
     {
         const HANDLE pipe = CreateFileW(L"\\\\.\\pipe\\kestaextcommands", READ_CONTROL | GENERIC_READ, 0, nullptr,

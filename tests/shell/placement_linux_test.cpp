@@ -264,6 +264,15 @@ private slots:
         QVERIFY(!gone.exists());
     }
 
+    void folderThatIsNotThereGetsNoIcon()
+    {
+        writeFile(inHome("bin/gio"), "#!/bin/sh\nprintf '%s\\n' \"$@\" >>\"$HOME/tmp/set\"\n");
+        setFolderIcon(QDir(inHome("gone")), inHome("data/orvel.png"));
+        setFolderIcon(m_root, inHome("data/orvel.png"));
+        EVENTUALLY(readFile(inHome("tmp/set")).contains("custom-icon"));
+        QVERIFY(!readFile(inHome("tmp/set")).contains(inHome("gone").toUtf8()));
+    }
+
     // The sidebar
 
     void linkInAFreshHomeMakesTheBookmarksOfGtkOnly()

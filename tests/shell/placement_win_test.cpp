@@ -10,6 +10,8 @@
 
 #include <windows.h>
 
+#include <objbase.h>
+
 #include <string>
 
 using namespace placement;
@@ -24,7 +26,40 @@ std::wstring native(const QString& path)
     return QDir::toNativeSeparators(path).toStdWString();
 }
 
+/// How often COM was begun and ended, and what the beginning returns.
+struct ComCalls
+{
+    HRESULT result = S_OK;
+    int begun = 0;
+    int ended = 0;
+};
+
+ComCalls& comCalls()
+{
+    static ComCalls calls;
+    return calls;
+}
+
+HRESULT WINAPI beginCom(void*)
+{
+    ++comCalls().begun;
+    // The real one, once more: the shortcut needs it.
+    CoInitializeEx(nullptr, COINIT_APARTMENTTHREADED);
+    return comCalls().result;
+}
+
+void WINAPI endCom()
+{
+    ++comCalls().ended;
+}
+
 } // namespace
+
+// The linker takes these for the system's.
+extern "C" {
+decltype(&CoInitialize) __imp_CoInitialize = beginCom;
+decltype(&CoUninitialize) __imp_CoUninitialize = endCom;
+}
 
 class PlacementWinTest final : public Test
 {
@@ -142,6 +177,83 @@ private slots:
         QCOMPARE(shortcut.iconIndex, iconIndex);
         links.remove(link);
         QVERIFY(!QFile::exists(link));
+    }
+
+    void comIsEndedOnlyWhereItWasBegun_data()
+    {
+        QTest::addColumn<int>("result");
+        QTest::addColumn<int>("ended");
+        QTest::newRow("begun") << int(S_OK) << 1;
+        QTest::newRow("there before") << int(S_FALSE) << 0;
+        QTest::newRow("there in another mode") << int(RPC_E_CHANGED_MODE) << 0;
+    }
+    void comIsEndedOnlyWhereItWasBegun()
+    {
+        QFETCH(int, result);
+        QFETCH(int, ended);
+        comCalls() = {result};
+        Links links;
+        QVERIFY(links.create(links.linkTo(m_root), m_root, m_program));
+        QCOMPARE(comCalls().begun, 1);
+        QCOMPARE(comCalls().ended, ended);
+        comCalls() = {};
+    }
+
+    void linkThatCannotBeSavedCountsAsMade()
+    {
+        QSettings(key, QSettings::NativeFormat)
+            .setValue(QStringLiteral("{BFB9D5E0-C6A9-404C-B2B2-AE6DB6AF4968}"), folder("nowhere"));
+        Links links;
+        const QString link = links.linkTo(m_root);
+        QVERIFY(links.create(link, m_root, m_program));
+        QVERIFY(!links.exists(link));
+    }
+
+    void linkThatLeadsNowhereIsThereAllTheSame()
+    {
+        const QDir gone(testHome() + QStringLiteral("/gone"));
+        QVERIFY(gone.mkpath(QStringLiteral(".")));
+        Links links;
+        const QString link = links.linkTo(gone);
+        QVERIFY(!links.exists(link));
+        QVERIFY(links.create(link, gone, m_program));
+        QVERIFY(QDir().rmdir(gone.path()));
+        QVERIFY(links.exists(link));
+        links.remove(link);
+        QVERIFY(!links.exists(link));
+    }
+
+    void startupShortcutIsReplaced()
+    {
+        const QString path = folder("startup") + QStringLiteral("\\Orvel Storage.lnk");
+        const QString other = testHome() + QStringLiteral("/other/orvel.exe");
+        writeFile(other, "x");
+        setStartup(true, QStringLiteral("Orvel Storage"), other, other);
+        QCOMPARE(readShortcut(path).target, QDir::toNativeSeparators(other));
+        setStartup(true, QStringLiteral("Orvel Storage"), m_program, m_program);
+        QCOMPARE(readShortcut(path).target, QDir::toNativeSeparators(m_program));
+    }
+
+    void namesOutsideTheCodePageAreKept()
+    {
+        const QString name = QStringLiteral("\u043e\u0431\u043b\u0430\u043a\u043e \u96f2");
+        const QDir root(testHome() + u'/' + name);
+        QVERIFY(root.mkpath(QStringLiteral(".")));
+        setFolderIcon(root, m_program);
+        QVERIFY((GetFileAttributesW(native(root.filePath(QStringLiteral("desktop.ini"))).c_str()) &
+                 FILE_ATTRIBUTE_HIDDEN) != 0);
+        Links links;
+        const QString link = links.linkTo(root);
+        QVERIFY(links.create(link, root, m_program));
+        QVERIFY(links.exists(link));
+        // Wine reads the path in the code page only, but the name is there.
+        const QByteArray wanted(reinterpret_cast<const char*>(name.utf16()), name.size() * 2);
+        QVERIFY(readFile(link).contains(wanted));
+
+        const QString program = root.filePath(QStringLiteral("orvel.exe"));
+        writeFile(program, "x");
+        setStartup(true, name, program, program);
+        QVERIFY(readFile(folder("startup") + u'\\' + name + QStringLiteral(".lnk")).contains(wanted));
     }
 
     void missingShellFoldersTakeNothing()

@@ -217,6 +217,16 @@ private slots:
         QVERIFY(!bookmarks.contains(folder)); // in a comment
     }
 
+    void nameOfAPlaceIsItsOwnTitle()
+    {
+        const auto contains = [](const char* list) {
+            return Bookmarks::fromPlaces(QByteArray("<xbel>") + list + "</xbel>").contains(folder);
+        };
+        QVERIFY(contains("<bookmark href=\"sftp://h/x\"><desc>x</desc><title>Orvel Storage</title></bookmark>"));
+        QVERIFY(!contains("<bookmark href=\"sftp://h/x\"><desc>Orvel Storage</desc></bookmark>"));
+        QVERIFY(!contains("<bookmark href=\"sftp://h/x\"/><folder><title>Orvel Storage</title></folder>"));
+    }
+
     void removedPlaceTakesItsLinesAndNoOtherByte_data()
     {
         QTest::addColumn<QByteArray>("before");

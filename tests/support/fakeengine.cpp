@@ -80,6 +80,11 @@ const QVector<FakeEngine::Start>& FakeEngine::starts() const
     return m_starts;
 }
 
+const QStringList& FakeEngine::environment() const
+{
+    return m_environment;
+}
+
 const QByteArray& FakeEngine::input() const
 {
     return m_input;
@@ -179,10 +184,10 @@ void FakeEngine::take(QLocalSocket* engine, const QString& word, const QVariant&
         const QVariantMap map = value.toMap();
         m_latest = engine;
         m_input.clear();
-        m_starts.append(
-            {map.value(QStringLiteral("arguments")).toStringList(),
-             map.value(QStringLiteral("workingDirectory")).toString(), map.value(QStringLiteral("rootDir")).toString(),
-             map.value(QStringLiteral("binDir")).toString(), map.value(QStringLiteral("processId")).toLongLong()});
+        m_environment = map.value(QStringLiteral("environment")).toStringList();
+        m_starts.append({map.value(QStringLiteral("arguments")).toStringList(),
+                         map.value(QStringLiteral("workingDirectory")).toString(),
+                         map.value(QStringLiteral("processId")).toLongLong()});
     } else if (word == QLatin1String(fakeengine::input) && engine == m_latest) {
         m_input += value.toByteArray();
     }

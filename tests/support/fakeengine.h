@@ -25,8 +25,6 @@ public:
     {
         QStringList arguments;
         QString workingDirectory;
-        QString rootDir; ///< the variable ROOTDIR
-        QString binDir;  ///< the variable BINDIR
         qint64 processId = 0;
     };
 
@@ -43,6 +41,8 @@ public:
 
     /// Every start so far, oldest first.
     const QVector<Start>& starts() const;
+    /// That of the latest engine, each variable as NAME=value.
+    const QStringList& environment() const;
     /// What the latest engine read from its standard input.
     const QByteArray& input() const;
     void forgetInput();
@@ -75,5 +75,6 @@ private:
     QLocalServer m_server;
     QPointer<QLocalSocket> m_latest;
     QVector<Start> m_starts;
+    QStringList m_environment;
     QByteArray m_input;
 };

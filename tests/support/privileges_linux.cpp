@@ -13,17 +13,20 @@ namespace
 
 constexpr uid_t nobody = 65534;
 
-/// The user of the file system alone is changed: the process keeps everything else, and gets it back.
+/// The user of the file system, and the one who is asked about before a file is opened, are changed: the process keeps
+/// everything else, and gets them back.
 class OtherFileUser final : public Unprivileged
 {
 public:
     OtherFileUser()
     {
+        (void)setreuid(nobody, static_cast<uid_t>(-1));
         setfsuid(nobody);
     }
     ~OtherFileUser() override
     {
         setfsuid(geteuid());
+        (void)setreuid(geteuid(), static_cast<uid_t>(-1));
     }
 };
 

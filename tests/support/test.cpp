@@ -156,13 +156,32 @@ void forgetNames()
     QCoreApplication::setOrganizationName(QString());
 }
 
+QObjectList singleShots()
+{
+    QObjectList armed;
+    const auto children = QAbstractEventDispatcher::instance()->findChildren<QObject*>();
+    for (QObject* child : children) {
+        if (qstrcmp(child->metaObject()->className(), "QSingleShotTimer") == 0)
+            armed << child;
+    }
+    return armed;
+}
+
 int armedSingleShots()
 {
-    int armed = 0;
-    const auto timers = QAbstractEventDispatcher::instance()->findChildren<QObject*>();
-    for (const QObject* timer : timers)
-        armed += qstrcmp(timer->metaObject()->className(), "QSingleShotTimer") == 0 ? 1 : 0;
-    return armed;
+    return singleShots().size();
+}
+
+QVector<int> singleShotDelays()
+{
+    QVector<int> delays;
+    const QObjectList timers = singleShots();
+    for (QObject* timer : timers) {
+        const auto registered = QAbstractEventDispatcher::instance()->registeredTimers(timer);
+        for (const QAbstractEventDispatcher::TimerInfo& info : registered)
+            delays << info.interval;
+    }
+    return delays;
 }
 
 void writeFile(const QString& path, const QByteArray& content)

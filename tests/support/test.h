@@ -50,8 +50,11 @@ int deadline();
 /// Takes back the names that a client gave to the application and its maker.
 void forgetNames();
 
-/// The number of QTimer::singleShot() calls of this thread that have not fired yet.
+/// The QTimer::singleShot() calls of this thread that have not fired yet; each is destroyed when it has.
+QObjectList singleShots();
 int armedSingleShots();
+/// The delay in ms of each of them.
+QVector<int> singleShotDelays();
 
 /// Writes a whole file, and its missing directories; fails the program when that is not possible.
 void writeFile(const QString& path, const QByteArray& content);

@@ -1,153 +1,16 @@
-#include "syncfolder/syncfolder.h"
-
-#include "engine/servercomm.h"
-#include "syncfolder/pickhomepath.h"
 #include "syncfolder/winfilewatcher.h"
-#include "tests/support/fakeengine.h"
 #include "tests/support/metamethods.h"
-#include "tests/support/test.h"
-#include "json/json.h"
+#include "tests/syncfolder/syncfoldertest.h"
 
-#include <QApplication>
 #include <QElapsedTimer>
-#include <QSettings>
-#include <QSignalSpy>
-#include <QTemporaryDir>
 
-#include <memory>
-
-#ifndef Q_OS_WIN
-#include "tests/support/fulldisk.h"
-#endif
-
-namespace
-{
-
-constexpr quint64 account = 1001;
-
-QByteArray rootsJson(const QStringList& fullPaths)
-{
-    QVariantList roots;
-    for (const QString& path : fullPaths) {
-        const QFileInfo root(path);
-        roots << QVariantMap{{QStringLiteral("path"), root.path()},
-                             {QStringLiteral("name"), root.fileName()},
-                             {QStringLiteral("kept"), QStringLiteral("as it is")}};
-    }
-    return Json::serialize(roots);
-}
-
-} // namespace
-
-class SyncFolderTest final : public Test
+class SyncFolderRegistryTest final : public SyncFolderTest
 {
     Q_OBJECT
 
-    std::unique_ptr<FakeEngine> m_engine;
-    std::unique_ptr<ServerComm> m_server;
-    std::unique_ptr<SyncFolder> m_folder;
-    std::unique_ptr<QTemporaryDir> m_roots;
-
-protected:
-    void setUp() override
-    {
-        m_engine = std::make_unique<FakeEngine>();
-        QDir::setCurrent(m_engine->installDir());
-        m_roots = std::make_unique<QTemporaryDir>();
-        m_server = std::make_unique<ServerComm>(QStringLiteral("Orvel Storage"), QStringLiteral("V"), false);
-        QCoreApplication::setApplicationName(QStringLiteral("Orvel Storage"));
-        QCoreApplication::setOrganizationName(QStringLiteral("Velmora d.d."));
-        QSettings().clear();
-        clearLog();
-    }
-
-    void tearDown() override
-    {
-        m_folder.reset();
-        m_server.reset();
-        m_engine.reset();
-        m_roots.reset();
-        QSettings().clear();
-        forgetNames();
-    }
-
-private:
-    SyncFolder& create()
-    {
-        m_folder = std::make_unique<SyncFolder>(m_server.get(), nullptr);
-        connect(m_folder.get(), SIGNAL(pathsChanged(QStringList&)), this, SLOT(takePaths(QStringList&)));
-        connect(m_folder.get(), SIGNAL(rootsChanged(QList<QDir>&)), this, SLOT(takeRoots(QList<QDir>&)));
-        m_batches.clear();
-        m_rootLists.clear();
-        return *m_folder;
-    }
-
-    /// The registry of an account that was signed in before.
-    SyncFolder& createForAccount()
-    {
-        QSettings().setValue(QStringLiteral("lastuid"), account);
-        return create();
-    }
-
-    QString makeRoot(const QString& name) const
-    {
-        const QString path = m_roots->path() + u'/' + name;
-        QDir().mkpath(path);
-        return path;
-    }
-
-    QString rootsFile(quint64 uid = account) const
-    {
-        return m_server->stateDir() + QStringLiteral("/%1.json").arg(uid);
-    }
-
-    void writeRoots(const QStringList& fullPaths, quint64 uid = account) const
-    {
-        writeFile(rootsFile(uid), rootsJson(fullPaths));
-    }
-
-    void call(const char* slot)
-    {
-        QVERIFY(QMetaObject::invokeMethod(m_folder.get(), slot));
-    }
-
-    void pick(const QString& path)
-    {
-        QVERIFY(QMetaObject::invokeMethod(m_folder.get(), "RootPicked", Q_ARG(QString, path)));
-    }
-
-    void change(const QStringList& paths)
-    {
-        auto* handedOver = new QStringList(paths);
-        QVERIFY(QMetaObject::invokeMethod(m_folder.get(), "extPathsChanged", Q_ARG(QStringList*, handedOver)));
-    }
-
-    /// Lets the engine say that @p uid is signed in.
-    void signIn(quint64 uid)
-    {
-        EVENTUALLY(m_engine->isConnected());
-        m_engine->say("{\"what\":\"networkstate\",\"state\":\"ok\",\"uid\":" + QByteArray::number(uid) + "}");
-        EVENTUALLY_EQUAL(m_server->state().uid, uid);
-    }
-
-    QStringList m_batches; ///< each batch's paths, joined by blanks
-    QList<QStringList> m_rootLists;
     int m_changes = 0;
 
 public slots:
-    void takePaths(QStringList& paths)
-    {
-        m_batches << paths.join(u' ');
-    }
-
-    void takeRoots(QList<QDir>& roots)
-    {
-        QStringList paths;
-        for (const QDir& root : qAsConst(roots))
-            paths << root.path();
-        m_rootLists << paths;
-    }
-
     void changeAgain()
     {
         change({QStringLiteral("/later%1").arg(++m_changes)});
@@ -192,6 +55,36 @@ private slots:
         QCOMPARE(m_folder->uid(), account);
         QVERIFY(log().contains(QStringLiteral("validrootpaths  1001")));
         QVERIFY(log().contains(QStringLiteral("syncfolder: Valid rootpaths for  2")));
+    }
+
+    void rootBeforeAMissingOneIsRemembered()
+    {
+        const QString first = makeRoot(QStringLiteral("A"));
+        writeRoots({first, m_roots->path() + QStringLiteral("/gone"), makeRoot(QStringLiteral("C"))});
+        createForAccount();
+        QVERIFY(!m_server->running());
+        QCOMPARE(m_folder->rootPath(), first);
+    }
+
+    void lastAccountIsReadAsASignedNumber_data()
+    {
+        QTest::addColumn<QString>("stored");
+        QTest::addColumn<QString>("checked");
+        QTest::newRow("beyond a signed number") << "18446744073709551611"
+                                                << "";
+        QTest::newRow("the largest") << "9223372036854775807"
+                                     << "9223372036854775807";
+        QTest::newRow("negative") << "-5"
+                                  << "18446744073709551611";
+    }
+    void lastAccountIsReadAsASignedNumber()
+    {
+        QFETCH(QString, stored);
+        QFETCH(QString, checked);
+        QSettings().setValue(QStringLiteral("lastuid"), stored);
+        create();
+        QCOMPARE(log().filter(QStringLiteral("validrootpaths")),
+                 checked.isEmpty() ? QStringList() : QStringList{QStringLiteral("validrootpaths  ") + checked});
     }
 
     void missingRootKeepsTheEngineOff()
@@ -247,8 +140,41 @@ private slots:
     {
         writeFile(rootsFile(), "[1, null, \"x\", [[]], {\"path\": {\"a\":1}, \"name\": [1]}]");
         QCOMPARE(createForAccount().readRoots().size(), 5);
+        QVERIFY(m_server->running());
+        QVERIFY(m_folder->rootPath().isEmpty());
         call("rootsChanged");
-        QCOMPARE(m_rootLists.size(), 1);
+        QCOMPARE(m_rootLists, QList<QStringList>{QStringList()});
+    }
+
+    void elementWithoutANameDoesNotStandForTheDirectoryAboveIt()
+    {
+        writeFile(rootsFile(), R"([{"path":")" + m_roots->path().toUtf8() + R"("}, {"name":"tmp"}])");
+        createForAccount();
+        QVERIFY(m_folder->rootPath().isEmpty());
+        call("rootsChanged");
+        QCOMPARE(m_rootLists, QList<QStringList>{QStringList()});
+    }
+
+    void rootsFileEndsAtItsFirstZeroByte()
+    {
+        writeFile(rootsFile(), QByteArray(R"([{"path":"/a","name":"b?c"}])").replace('?', '\0'));
+        QVERIFY(createForAccount().readRoots().isEmpty()); // cut within a text
+        QCOMPARE(log().filter(QStringLiteral("syncfolder: Unable to parse json  ")).size(), 2);
+        writeFile(rootsFile(), QByteArray(R"([{"path":"/a","name":"b"}]?)").replace('?', '\0'));
+        QCOMPARE(m_folder->readRoots().size(), 1);
+    }
+
+    void rootThatIsGoneIsUsedAsItStands()
+    {
+        const QString gone = m_roots->path() + QStringLiteral("/gone");
+        const QString there = makeRoot(QStringLiteral("there"));
+        writeRoots({gone, there});
+        createForAccount();
+        clearLog();
+        call("rootsChanged");
+        QCOMPARE(m_rootLists, (QList<QStringList>{QStringList{gone, there}}));
+        QVERIFY(log().contains(QStringLiteral("Win file watcher paths:  ") + gone + u' ' + there));
+        QVERIFY(log().contains(QStringLiteral("Unable CreateFile failed for path  ") + gone));
     }
 
     void rootsFileIsReadAsLatin1()
@@ -284,6 +210,39 @@ private slots:
         m_rootLists.clear();
         call("loginChanged");
         QVERIFY(m_rootLists.isEmpty());
+    }
+
+    void accountThatIsGoneFromTheSettingsComesBackWithTheNextReport()
+    {
+        create();
+        signIn(account);
+        for (const char* key : {"lastuid", "lastuidact"})
+            QSettings().remove(QLatin1String(key));
+        call("loginChanged");
+        QCOMPARE(QSettings().value(QStringLiteral("lastuid")).toULongLong(), account);
+        QCOMPARE(QSettings().value(QStringLiteral("lastuidact")).toULongLong(), account);
+    }
+
+    void otherAccountWithoutASignOutTakesTheWatcherAndThePreviousRootsFirst()
+    {
+        constexpr quint64 other = account + 1;
+        const QString mine = makeRoot(QStringLiteral("Mine"));
+        const QString theirs = makeRoot(QStringLiteral("Theirs"));
+        writeRoots({mine}, account);
+        writeRoots({theirs}, other);
+        createForAccount();
+        signIn(account);
+        EVENTUALLY_EQUAL(m_rootLists, QList<QStringList>{QStringList{mine}});
+        clearLog();
+        signIn(other);
+        EVENTUALLY_EQUAL(m_folder->uid(), other);
+        QCOMPARE(log().count(QStringLiteral("Watcher stop")), 1);
+        QCOMPARE(m_rootLists.mid(1), QList<QStringList>{QStringList{mine}});
+        QVERIFY(log().contains(QStringLiteral("syncfolder: Sync folder uid changed from  1001  to  1002")));
+        QVERIFY(log().contains(QStringLiteral("syncfolder: root changed  1001")));
+        QCOMPARE(QSettings().value(QStringLiteral("lastuid")).toULongLong(), other);
+        m_engine->say("{\"what\":\"rootschanged\"}");
+        EVENTUALLY_EQUAL(m_rootLists.mid(2), QList<QStringList>{QStringList{theirs}});
     }
 
     void knownAccountWithoutAWatcherIsRebuilt()
@@ -335,7 +294,33 @@ private slots:
         change({QStringLiteral("/first")});
         QTimer::singleShot(500, this, SLOT(changeAgain()));
         EVENTUALLY_EQUAL(m_batches, QStringList{QStringLiteral("/first /later1")});
-        QVERIFY2(clock.elapsed() >= 1900, qPrintable(QString::number(clock.elapsed())));
+        const qint64 waited = clock.elapsed();
+        QVERIFY2(waited >= 1900, qPrintable(QString::number(waited)));
+        QVERIFY2(waited < deadline() * 3 / 10, qPrintable(QString::number(waited)));
+    }
+
+    void oneBatchIsReportedASecondLater()
+    {
+        create();
+        QElapsedTimer clock;
+        clock.start();
+        change({QStringLiteral("/only")});
+        EVENTUALLY_EQUAL(m_batches, QStringList{QStringLiteral("/only")});
+        const qint64 waited = clock.elapsed();
+        QVERIFY2(waited >= 900, qPrintable(QString::number(waited)));
+        QVERIFY2(waited < deadline() * 19 / 100, qPrintable(QString::number(waited)));
+    }
+
+    void batchIsLoggedWithItsPathsAndTheTime()
+    {
+        create();
+        const qint64 before = QDateTime::currentMSecsSinceEpoch();
+        change({QStringLiteral("/a"), QStringLiteral("/b")});
+        const qint64 after = QDateTime::currentMSecsSinceEpoch();
+        const QString line = log().last();
+        QVERIFY2(line.startsWith(QStringLiteral("syncfolder: extpaths changed  /a /b ")), qPrintable(line));
+        const qint64 logged = line.section(u' ', -1).toLongLong();
+        QVERIFY(logged >= before && logged <= after);
     }
 
     void thirdBatchDuringTheSecondSecondStartsItsOwnTimer()
@@ -387,6 +372,29 @@ private slots:
         QCOMPARE(m_batches.value(1), root);
     }
 
+    void whatOnlyBeginsLikeTheCacheDirectoryIsNotReportedEither()
+    {
+        const QString root = makeRoot(QStringLiteral("Root"));
+        const QString cache = makeRoot(QStringLiteral("Root/x.cache"));
+        writeRoots({root});
+        createForAccount();
+        call("rootsChanged");
+        const QString otherCase = root + QStringLiteral("/X.cache");
+        change({cache + u'2', otherCase});
+        call("reportTimeout");
+        QCOMPARE(m_batches, QStringList{otherCase});
+    }
+
+    void fileIsNoCacheDirectory()
+    {
+        const QString root = makeRoot(QStringLiteral("Root"));
+        writeFile(root + QStringLiteral("/x.cache"), "x");
+        writeRoots({root});
+        createForAccount();
+        call("rootsChanged");
+        QVERIFY(log().filter(QStringLiteral("CACHEDIR")).isEmpty());
+    }
+
     void ofSeveralRootsTheLastWithACacheDirectoryWins()
     {
         const QStringList roots{makeRoot(QStringLiteral("A")), makeRoot(QStringLiteral("B")),
@@ -398,226 +406,7 @@ private slots:
         call("rootsChanged");
         QCOMPARE(log().filter(QStringLiteral("CACHEDIR")).last(), QStringLiteral("syncfolder: CACHEDIR  ") + last);
     }
-
-    // Answers to the missing folder
-
-    void driveRootIsNoSyncFolder()
-    {
-        writeRoots({m_roots->path() + QStringLiteral("/gone")});
-        createForAccount();
-        const QByteArray before = readFile(rootsFile());
-        pick(QDir::rootPath());
-        QCOMPARE(readFile(rootsFile()), before);
-        QVERIFY(!m_server->running());
-        QVERIFY(m_rootLists.isEmpty());
-    }
-
-    void pickedRootIsTheOnlyElementOfTheFileAfterwards()
-    {
-        const QString gone = m_roots->path() + QStringLiteral("/gone");
-        writeRoots({gone, gone, gone});
-        createForAccount();
-        const QString found = makeRoot(QString::fromUtf8("Najden \xc4\x8d"));
-        pick(found);
-        const QVariantList roots = m_folder->readRoots();
-        QCOMPARE(roots.size(), 1);
-        QCOMPARE(roots.first().toMap(), (QVariantMap{{QStringLiteral("path"), m_roots->path()},
-                                                     {QStringLiteral("name"), QString::fromUtf8("Najden \xc4\x8d")},
-                                                     {QStringLiteral("kept"), QStringLiteral("as it is")}}));
-        QVERIFY(m_server->running());
-        QCOMPARE(m_rootLists, QList<QStringList>{QStringList{found}});
-        QVERIFY(m_folder->validRootPaths(account));
-    }
-
-    void pickedRootWithoutARootsFileGoesIntoTheConfiguration()
-    {
-        createForAccount();
-        m_server->toggleServer(false);
-        pick(m_roots->path() + QStringLiteral("/Picked"));
-        QCOMPARE(m_server->config().homefolder, QStringLiteral("Picked"));
-        QCOMPARE(m_server->config().homepath, m_roots->path());
-        QVERIFY(readFile(m_server->configPath()).contains("\"homefolder\" : \"Picked\""));
-        QVERIFY(!m_server->running());
-        QVERIFY(m_rootLists.isEmpty());
-    }
-
-#ifndef Q_OS_WIN
-    void rootsFileIsTheUsersAlone()
-    {
-        constexpr auto everybodyReads = QFile::ReadOwner | QFile::WriteOwner | QFile::ReadGroup | QFile::ReadOther;
-        constexpr auto others = everybodyReads & ~(QFile::ReadOwner | QFile::WriteOwner);
-        writeRoots({m_roots->path() + QStringLiteral("/gone")});
-        QFile::setPermissions(rootsFile(), everybodyReads);
-        createForAccount();
-        pick(makeRoot(QStringLiteral("New")));
-        QCOMPARE(QFile::permissions(rootsFile()) & others, QFile::Permissions());
-        writeRoots({m_roots->path() + QStringLiteral("/New")}); // by the engine this time
-        QFile::setPermissions(rootsFile(), everybodyReads);
-        call("rootsChanged");
-        QCOMPARE(QFile::permissions(rootsFile()) & others, QFile::Permissions());
-    }
-#endif
-
-    void pickedRootKeepsAZeroCharacter()
-    {
-        writeFile(rootsFile(), R"([ { "id" : "a\u0000b", "name" : "gone", "path" : "/nowhere" } ])");
-        createForAccount();
-        pick(makeRoot(QStringLiteral("New")));
-        const QVariantMap root = m_folder->readRoots().value(0).toMap();
-        QCOMPARE(root.value(QStringLiteral("id")).toString(), QStringLiteral("a") + QChar(0) + QStringLiteral("b"));
-        QCOMPARE(root.value(QStringLiteral("name")).toString(), QStringLiteral("New"));
-    }
-
-    void rootsFileIsReplacedInOneStep()
-    {
-        writeRoots({m_roots->path() + QStringLiteral("/gone")});
-        createForAccount();
-        const QByteArray before = readFile(rootsFile());
-        QFile open(rootsFile()); // keeps the old text in hand
-        QVERIFY(open.open(QIODevice::ReadOnly));
-        pick(makeRoot(QStringLiteral("New")));
-#ifdef Q_OS_WIN
-        QCOMPARE(readFile(rootsFile()), before); // nobody replaces a file that is open here
-        open.close();
-        pick(makeRoot(QStringLiteral("Newer")));
-#else
-        QCOMPARE(open.readAll(), before);
-#endif
-        QVERIFY(readFile(rootsFile()) != before);
-    }
-
-#ifndef Q_OS_WIN
-    void fullDiskLeavesTheOldRootsFileAndALine()
-    {
-        writeRoots({m_roots->path() + QStringLiteral("/gone")});
-        createForAccount();
-        const QByteArray before = readFile(rootsFile());
-        QVERIFY(before.size() > 16);
-        const QString root = makeRoot(QStringLiteral("New"));
-        {
-            const FullDisk full;
-            pick(root);
-        }
-        QCOMPARE(readFile(rootsFile()), before);
-        QVERIFY(!log().filter(QStringLiteral("Unable to write")).filter(rootsFile()).isEmpty());
-        pick(root);
-        QVERIFY(readFile(rootsFile()).contains("New"));
-    }
-#endif
-
-    void deletedRootClearsTreeAndJsonFilesButTheConfiguration()
-    {
-        writeRoots({m_roots->path() + QStringLiteral("/gone")}, 5);
-        const QString state = m_server->stateDir() + u'/';
-        for (const char* name : {"5.json", "a.tree", "a.tree.bak", "x.cache"})
-            writeFile(state + QLatin1String(name), "x");
-        QDir().mkpath(state + QStringLiteral("dir.json"));
-        create();
-        m_server->toggleServer(false);
-        call("RootDeleted");
-        QCOMPARE(QDir(state).entryList(QDir::AllEntries | QDir::NoDotAndDotDot, QDir::Name),
-                 (QStringList{QStringLiteral("a.tree.bak"), QStringLiteral("config.json"), QStringLiteral("dir.json"),
-                              QStringLiteral("x.cache")}));
-        QVERIFY(log().contains(QStringLiteral("syncfolder: Deleting file  ") + state + QStringLiteral("5.json")));
-        QVERIFY(m_server->running());
-    }
-
-    // Moving
-
-    void movedRootIsRenamedAndRegistered()
-    {
-        const QString root = makeRoot(QStringLiteral("Root"));
-        writeFile(root + QStringLiteral("/file"), "x");
-        makeRoot(QStringLiteral("elsewhere"));
-        writeRoots({root});
-        createForAccount();
-        const QString moved = m_roots->path() + QStringLiteral("/elsewhere/Root");
-        m_folder->moveRoot(moved);
-        QCOMPARE(readFile(moved + QStringLiteral("/file")), QByteArray("x"));
-        QVERIFY(!QFileInfo::exists(root));
-        QVERIFY(m_folder->validRootPaths(account));
-        QCOMPARE(m_folder->rootPath(), moved);
-        QVERIFY(m_server->running());
-    }
-
-    void moveThatFailsLeavesTheRootRegisteredAndTheEngineOn()
-    {
-        const QString root = makeRoot(QStringLiteral("Root"));
-        writeRoots({root});
-        createForAccount();
-        m_folder->moveRoot(m_roots->path() + QStringLiteral("/no/such/parent/Root"));
-        QVERIFY(QFileInfo(root).isDir());
-        QVERIFY(m_folder->validRootPaths(account));
-        QVERIFY(m_server->running());
-    }
-
-    void moveWithoutRootsOnlyPicksThePlace()
-    {
-        createForAccount();
-        m_folder->moveRoot(m_roots->path() + QStringLiteral("/Wanted"));
-        QCOMPARE(m_server->config().homefolder, QStringLiteral("Wanted"));
-    }
-
-    void moveOfAMissingRootDoesNothing()
-    {
-        writeRoots({m_roots->path() + QStringLiteral("/gone")});
-        createForAccount();
-        clearLog();
-        m_folder->moveRoot(m_roots->path() + QStringLiteral("/x"));
-        QVERIFY(log().filter(QStringLiteral("Server toggle")).isEmpty());
-    }
-
-    // The question
-
-    void twoActivationsShowOneDialog()
-    {
-        writeRoots({m_roots->path() + QStringLiteral("/gone")});
-        createForAccount();
-        m_folder->AppActivated();
-        m_folder->AppActivated();
-        int dialogs = 0;
-        for (const QWidget* widget : QApplication::topLevelWidgets())
-            dialogs += qobject_cast<const PickHomepath*>(widget) != nullptr && widget->isVisible() ? 1 : 0;
-        QCOMPARE(dialogs, 1);
-        QCOMPARE(log().filter(QStringLiteral("picking home start pos")),
-                 QStringList{QStringLiteral("syncfolder: picking home start pos:  ") + QDir::homePath()});
-    }
-
-    void noQuestionIsAskedWhileTheFolderIsThere()
-    {
-        create().AppActivated();
-        QVERIFY(log().filter(QStringLiteral("picking home")).isEmpty());
-        QVERIFY(log().contains(QStringLiteral("syncfolder: AppActivated 0x0")));
-    }
-
-    void closedQuestionIsAskedAgainAtTheNextActivation()
-    {
-        writeRoots({m_roots->path() + QStringLiteral("/gone")});
-        createForAccount().AppActivated();
-        for (QWidget* widget : QApplication::topLevelWidgets()) {
-            if (auto* dialog = qobject_cast<PickHomepath*>(widget))
-                dialog->close();
-        }
-        QVERIFY(log().contains(QStringLiteral("syncfolder: pick home closed")));
-        QVERIFY(!m_server->running());
-        m_folder->AppActivated();
-        QCOMPARE(log().filter(QStringLiteral("picking home start pos")).size(), 2);
-    }
-
-    // The probe
-
-    void dormantProbeWritesItsFileIntoTheCacheDirectory()
-    {
-        const QString root = makeRoot(QStringLiteral("Root"));
-        const QString cache = makeRoot(QStringLiteral("Root/.engine.cache"));
-        writeRoots({root});
-        createForAccount();
-        call("macEventChecker"); // no cache directory yet
-        call("rootsChanged");
-        call("macEventChecker");
-        QCOMPARE(readFile(cache + QStringLiteral("/fsfile")), QByteArray("\0\0\0\4ABC\0", 8));
-    }
 };
 
-QTEST_MAIN(SyncFolderTest)
+QTEST_MAIN(SyncFolderRegistryTest)
 #include "syncfolder_test.moc"

@@ -5,6 +5,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <limits>
 #include <mutex>
@@ -124,17 +125,84 @@ Reader& reader()
     return theReader;
 }
 
-BOOL WINAPI readDirectoryChanges(HANDLE directory, void* buffer, DWORD, BOOL, DWORD, DWORD*, OVERLAPPED* overlapped,
-                                 LPOVERLAPPED_COMPLETION_ROUTINE)
+/// What the watcher asked the system for, and what the system is to refuse.
+struct Calls
 {
+    // The last read
+    std::atomic<DWORD> size = 0;
+    std::atomic<BOOL> subtree = FALSE;
+    std::atomic<DWORD> filter = 0;
+    // The last directory that was opened
+    DWORD access = 0;
+    DWORD share = 0;
+    DWORD disposition = 0;
+    DWORD flags = 0;
+
+    int eventsUntilFailure = never;
+    std::atomic<int> failingWaits = 0; ///< of those for all roots
+
+    static constexpr int never = -1;
+    static constexpr DWORD handlesOfAWait = 3; ///< the stop and two roots
+};
+
+Calls& calls()
+{
+    static Calls theCalls;
+    return theCalls;
+}
+
+template<typename Function>
+Function systems(Function, const char* name)
+{
+    return reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"kernel32.dll"), name)));
+}
+
+BOOL WINAPI readDirectoryChanges(HANDLE directory, void* buffer, DWORD size, BOOL subtree, DWORD filter, DWORD*,
+                                 OVERLAPPED* overlapped, LPOVERLAPPED_COMPLETION_ROUTINE)
+{
+    calls().size = size;
+    calls().subtree = subtree;
+    calls().filter = filter;
     return reader().start(directory, buffer, overlapped) ? TRUE : FALSE;
+}
+
+HANDLE WINAPI createFile(const wchar_t* path, DWORD access, DWORD share, SECURITY_ATTRIBUTES* security,
+                         DWORD disposition, DWORD flags, HANDLE likeness)
+{
+    calls().access = access;
+    calls().share = share;
+    calls().disposition = disposition;
+    calls().flags = flags;
+    static const auto create = systems(&createFile, "CreateFileW");
+    return create(path, access, share, security, disposition, flags, likeness);
+}
+
+HANDLE WINAPI createEvent(SECURITY_ATTRIBUTES* security, BOOL manual, BOOL signalled, const wchar_t* name)
+{
+    if (calls().eventsUntilFailure != Calls::never && calls().eventsUntilFailure-- == 0)
+        return nullptr;
+    static const auto create = systems(&createEvent, "CreateEventW");
+    return create(security, manual, signalled, name);
+}
+
+DWORD WINAPI waitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL all, DWORD timeout)
+{
+    if (count == Calls::handlesOfAWait && calls().failingWaits > 0) {
+        --calls().failingWaits;
+        return WAIT_FAILED;
+    }
+    static const auto wait = systems(&waitForMultipleObjects, "WaitForMultipleObjects");
+    return wait(count, handles, all, timeout);
 }
 
 } // namespace
 
-// The linker takes this for the system's.
+// The linker takes these for the system's.
 extern "C" {
 decltype(&ReadDirectoryChangesW) __imp_ReadDirectoryChangesW = readDirectoryChanges;
+decltype(&CreateFileW) __imp_CreateFileW = createFile;
+decltype(&CreateEventW) __imp_CreateEventW = createEvent;
+decltype(&WaitForMultipleObjects) __imp_WaitForMultipleObjects = waitForMultipleObjects;
 }
 
 /// What the watcher makes of reads that end in every way that the system has.
@@ -159,6 +227,10 @@ private slots:
     void changeBetweenTheReportsOfAnotherRootIsReported();
     void changeDuringTheStartOfAReadIsReported();
     void moreRootsThanTheSystemWaitsForSwitchTheWatcherOff();
+    void directoryIsOpenedSoThatNobodyIsKeptOut();
+    void namesAndWritesInTheWholeTreeAreAskedFor();
+    void eventThatCannotBeMadeSwitchesTheWholeWatcherOff();
+    void waitThatFailsIsWaitedAnewWithNothingReported();
 };
 
 void WinFileWatcherWinTest::setUp()
@@ -271,6 +343,46 @@ void WinFileWatcherWinTest::moreRootsThanTheSystemWaitsForSwitchTheWatcherOff()
 
     Watch on(roots.mid(1));
     QVERIFY(on.watcher().isRunning());
+}
+
+void WinFileWatcherWinTest::directoryIsOpenedSoThatNobodyIsKeptOut()
+{
+    QCOMPARE(calls().access, DWORD(1));         // to list it
+    QCOMPARE(calls().share, DWORD(7));          // reading, writing, deleting
+    QCOMPARE(calls().disposition, DWORD(3));    // only if it is there
+    QCOMPARE(calls().flags, DWORD(0x42000000)); // a directory, overlapped
+}
+
+void WinFileWatcherWinTest::namesAndWritesInTheWholeTreeAreAskedFor()
+{
+    QCOMPARE(calls().size.load(), DWORD(16384));
+    QCOMPARE(calls().subtree.load(), TRUE);
+    QCOMPARE(calls().filter.load(), DWORD(0x53)); // names of files and directories, last write, creation
+}
+
+void WinFileWatcherWinTest::eventThatCannotBeMadeSwitchesTheWholeWatcherOff()
+{
+    constexpr int beforeTheRoots = 3;
+    calls().eventsUntilFailure = beforeTheRoots + 1; // that of the second root
+    clearLog();
+    Watch off(m_roots);
+    calls().eventsUntilFailure = Calls::never;
+    off.connect();
+    QCOMPARE(log(), (QStringList{QStringLiteral("Win file watcher paths:  ") + m_roots.join(u' '),
+                                 QStringLiteral("Create event for file failed  ") + m_roots.at(1)}));
+    QVERIFY(!off.watcher().isRunning());
+    QVERIFY(!off.watcher().isFinished());
+}
+
+void WinFileWatcherWinTest::waitThatFailsIsWaitedAnewWithNothingReported()
+{
+    calls().failingWaits = 3;
+    reader().end(0, success, QStringLiteral("file"));
+    EVENTUALLY(reader().reads(1) == 5); // the first, one after the report, one after each failure
+    EVENTUALLY(m_watch->hasReported(m_roots.at(0)));
+    reader().end(1, success, QStringLiteral("file"));
+    EVENTUALLY(m_watch->hasReported(m_roots.at(1)));
+    QCOMPARE(m_watch->reported(), m_roots);
 }
 
 QTEST_GUILESS_MAIN(WinFileWatcherWinTest)

@@ -60,6 +60,7 @@ private:
     {
         m_engine->say("{\"what\":\"networkstate\",\"state\":\"" + state + "\"}");
         EVENTUALLY(log().contains(QStringLiteral("network state  ") + QString::fromLatin1(state)));
+        clearLog(); // it may come again
     }
     bool engineReads(const QByteArray& bytes)
     {
@@ -83,6 +84,69 @@ private slots:
         QCOMPARE(qobject_cast<QLabel*>(grid->itemAtPosition(0, 0)->widget())->text(), QStringLiteral("Email"));
         QCOMPARE(qobject_cast<QLabel*>(grid->itemAtPosition(1, 0)->widget())->text(), QStringLiteral("Password"));
         QCOMPARE(grid->itemAtPosition(2, 1)->widget(), static_cast<QWidget*>(button()));
+    }
+
+    void statusStandsBelowAcrossFiveRowsAndBothColumns()
+    {
+        auto* grid = qobject_cast<QGridLayout*>(m_account->layout());
+        int row = -1;
+        int column = -1;
+        int rowSpan = -1;
+        int columnSpan = -1;
+        grid->getItemPosition(grid->indexOf(m_account->findChildren<QLabel*>().last()), &row, &column, &rowSpan,
+                              &columnSpan);
+        QCOMPARE((QVector<int>{row, column, rowSpan, columnSpan}), (QVector<int>{3, 0, 5, 2}));
+        QCOMPARE(grid->itemAtPosition(0, 1)->widget(), static_cast<QWidget*>(edit(0)));
+        QCOMPARE(grid->itemAtPosition(1, 1)->widget(), static_cast<QWidget*>(edit(1)));
+    }
+
+    void buttonActsWhenItIsPressedAndNotAgainWhenItIsReleased()
+    {
+        sayState("logout");
+        m_engine->forgetInput();
+        edit(0)->setText(QStringLiteral("bo@orvel.example"));
+        QTest::mousePress(button(), Qt::LeftButton);
+        QVERIFY(engineReads("\"cmd\" : \"login\""));
+        QTest::mouseRelease(button(), Qt::LeftButton);
+        m_server->pathQuery(QStringLiteral("/last"), QStringLiteral("revs"));
+        QVERIFY(engineReads("/last"));
+        QCOMPARE(m_engine->input().count("\"cmd\" : \"log"), 1);
+    }
+
+    void nothingIsSentBeforeTheFirstStateOrWhileTransferring_data()
+    {
+        QTest::addColumn<QByteArray>("state");
+        QTest::newRow("none yet") << QByteArray();
+        QTest::newRow("transferring") << QByteArray("transferring");
+    }
+    void nothingIsSentBeforeTheFirstStateOrWhileTransferring()
+    {
+        QFETCH(QByteArray, state);
+        if (!state.isEmpty())
+            sayState(state);
+        edit(0)->setText(QStringLiteral("bo@orvel.example"));
+        m_engine->forgetInput();
+        clearLog();
+        QTest::mouseClick(button(), Qt::LeftButton);
+        QCOMPARE(log(), QStringList{QString::fromLatin1(state)}); // what the press itself logs
+        m_server->pathQuery(QStringLiteral("/last"), QStringLiteral("revs"));
+        QVERIFY(engineReads("/last"));
+        QVERIFY(!m_engine->input().contains("\"cmd\" : \"log"));
+        QCOMPARE(QSettings().value(QStringLiteral("username")).toString(), QStringLiteral("ana@orvel.example"));
+    }
+
+    void returningStatesTakeTheirTextsBack()
+    {
+        sayState("offline");
+        sayState("logout");
+        QVERIFY(edit(0)->isEnabled() && edit(1)->isEnabled() && button()->isEnabled());
+        QCOMPARE(status(), QString());
+        sayState("ok");
+        sayState("offline");
+        QCOMPARE(button()->text(), QStringLiteral("Login"));
+        sayState("ok");
+        QCOMPARE(status(), QString());
+        QVERIFY(button()->isEnabled());
     }
 
     void signedInOffersToLogOut()

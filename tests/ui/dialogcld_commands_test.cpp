@@ -1,11 +1,12 @@
 #include "syncfolder/folderchooser.h"
 #include "syncfolder/syncfolder.h"
+#include "tests/ui/oneword.h"
 #include "tests/ui/windowtest.h"
 #include "ui/guide.h"
 #include "ui/mymenu.h"
 #include "ui/sharefolder.h"
 
-#include <QElapsedTimer>
+#include <QFileDialog>
 #include <QFocusEvent>
 #include <QLabel>
 #include <QLineEdit>
@@ -32,6 +33,34 @@ class DialogCldCommandsTest final : public WindowTest
 
     QString m_start; ///< where the folder chooser opened
 
+    /// What the folder chooser looked like.
+    struct
+    {
+        QString caption;
+        QString directory;
+        bool isModalToTheWindow = false;
+        bool picksDirectories = false;
+        bool showsDirectoriesOnly = false;
+        bool mayBeTheDesktops = false;
+    } m_chooser;
+
+public slots:
+    void inspectChooser()
+    {
+        auto* chooser = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+        if (chooser == nullptr) {
+            QTimer::singleShot(1, this, SLOT(inspectChooser())); // not shown yet
+            return;
+        }
+        m_chooser.caption = chooser->windowTitle();
+        m_chooser.directory = chooser->directory().path();
+        m_chooser.isModalToTheWindow = chooser->isModal() && chooser->parent() == m_dialog.get();
+        m_chooser.picksDirectories = chooser->fileMode() == QFileDialog::Directory;
+        m_chooser.showsDirectoriesOnly = chooser->testOption(QFileDialog::ShowDirsOnly);
+        m_chooser.mayBeTheDesktops = !chooser->testOption(QFileDialog::DontUseNativeDialog);
+        chooser->reject();
+    }
+
 protected:
     void tearDown() override
     {
@@ -48,25 +77,6 @@ private:
             m_start = start;
             return folder;
         });
-    }
-
-    void clickTray(QSystemTrayIcon::ActivationReason reason = QSystemTrayIcon::Trigger)
-    {
-        m_dialog->trayActivated(reason);
-    }
-
-    /// Clicks until the folder has been opened so many times; the time since before the last click.
-    QElapsedTimer clickUntilOpened(int times)
-    {
-        QElapsedTimer sinceClick;
-        (void)QTest::qWaitFor(
-            [&] {
-                sinceClick.start();
-                clickTray();
-                return m_opened.size() >= times;
-            },
-            deadline());
-        return sinceClick;
     }
 
     /// The account's roots file with one root.
@@ -114,6 +124,22 @@ private slots:
         QCOMPARE(action(SyncSwitch)->text(), QStringLiteral("Stop sync"));
         QVERIFY(showsIcon(QStringLiteral(":/online36.png")));
         QVERIFY(engineReads("\"cmd\" : \"syncenabled\", \"val\" : true"));
+    }
+
+    void syncSwitchSwitchesBackWhateverItIsCalled()
+    {
+        const OneWord language({QStringLiteral("Stop sync"), QStringLiteral("Continue sync")});
+        create();
+        EVENTUALLY(m_engine->input().endsWith("}\n"));
+        for (int round = 0; round < 2; ++round) {
+            m_engine->forgetInput();
+            action(SyncSwitch)->trigger();
+            QCOMPARE(action(SyncSwitch)->text(), OneWord::word());
+            QVERIFY(engineReads("\"cmd\" : \"syncenabled\", \"val\" : false"));
+            m_engine->forgetInput();
+            action(SyncSwitch)->trigger();
+            QVERIFY(engineReads("\"cmd\" : \"syncenabled\", \"val\" : true"));
+        }
     }
 
     void settingsShowTheWindow()
@@ -179,50 +205,6 @@ private slots:
         QCOMPARE(m_opened, QStringList{QStringLiteral("https://www.orvel.example/new.exe")});
     }
 
-    // Clicks on the tray
-
-    void clickOpensTheFolderAndASecondWithin200MillisecondsDoesNot()
-    {
-        create();
-        sayState("ok", 7);
-        (void)clickUntilOpened(1); // past the last test's click
-        QCOMPARE(m_opened.size(), 1);
-        clickTray(); // far less than 200 ms later
-        QCOMPARE(m_opened.size(), 1);
-        QCOMPARE(log().filter(QStringLiteral("syncfolder: AppActivated")).isEmpty(), false);
-    }
-
-    void clickMoreThan200MillisecondsLaterOpensTheFolderAgain()
-    {
-        create();
-        sayState("ok", 7);
-        const QElapsedTimer sinceOpened = clickUntilOpened(1);
-        (void)clickUntilOpened(2);
-        QCOMPARE(m_opened.size(), 2);
-        QVERIFY2(sinceOpened.elapsed() >= 199, qPrintable(QString::number(sinceOpened.elapsed())));
-    }
-
-    void otherActivationsAreIgnored()
-    {
-        create();
-        sayState("ok", 7);
-        clearLog();
-        for (const auto reason : {QSystemTrayIcon::DoubleClick, QSystemTrayIcon::Context, QSystemTrayIcon::MiddleClick,
-                                  QSystemTrayIcon::Unknown})
-            clickTray(reason);
-        QVERIFY(m_opened.isEmpty());
-        QVERIFY(log().isEmpty());
-    }
-
-    void clickWithoutAnAccountOpensNothingButActivates()
-    {
-        create();
-        clearLog();
-        clickTray();
-        QVERIFY(m_opened.isEmpty());
-        QVERIFY(!log().filter(QStringLiteral("syncfolder: AppActivated")).isEmpty());
-    }
-
     // Changing the root
 
     void pickedPlaceThatHoldsTheFolderAlreadyIsRefused()
@@ -275,6 +257,23 @@ private slots:
         answerWith(QString());
         m_dialog->changeRoot();
         QCOMPARE(m_start, place.path());
+    }
+
+    void chooserIsTheDesktopsAndShowsDirectoriesOnly()
+    {
+        // The desktop's own could not be looked into; Qt's is what it was told to be.
+        QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs);
+        create();
+        QTimer::singleShot(0, this, SLOT(inspectChooser()));
+        m_dialog->changeRoot();
+        QCoreApplication::setAttribute(Qt::AA_DontUseNativeDialogs, false);
+        QCOMPARE(m_chooser.caption, QStringLiteral("Pick Orvel Storage folder"));
+        QCOMPARE(m_chooser.directory, QDir::homePath());
+        QVERIFY(m_chooser.isModalToTheWindow);
+        QVERIFY(m_chooser.picksDirectories);
+        QVERIFY(m_chooser.showsDirectoriesOnly);
+        QVERIFY(m_chooser.mayBeTheDesktops);
+        QVERIFY(log().contains(QStringLiteral("maindlg: openpath empty")));
     }
 
     void cancelledChooserChangesNothing()

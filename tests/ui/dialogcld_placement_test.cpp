@@ -53,6 +53,17 @@ QStringList linkedFolders()
     return folders;
 }
 
+bool startsThisProgram()
+{
+    return QFileInfo(QFile::symLinkTarget(startupEntry())) == QFileInfo(QCoreApplication::applicationFilePath());
+}
+
+/// From now on no link can be saved.
+void spoilLinks()
+{
+    QVERIFY(QDir(testHome() + QStringLiteral("/links")).removeRecursively());
+}
+
 bool hasIcon(const QDir& root)
 {
     return readFile(root.filePath(QStringLiteral("desktop.ini"))) ==
@@ -90,6 +101,17 @@ QStringList linkedFolders()
             folders << placement::folderOfUrl(QString::fromUtf8(line.left(line.indexOf(' '))));
     }
     return folders;
+}
+
+bool startsThisProgram()
+{
+    return readFile(startupEntry()).contains(QCoreApplication::applicationFilePath().toUtf8());
+}
+
+/// From now on no link can be saved: a file stands where the directory of theirs would.
+void spoilLinks()
+{
+    writeFile(testHome() + QStringLiteral("/config/gtk-3.0"), "");
 }
 
 bool hasIcon(const QDir& root)
@@ -256,6 +278,15 @@ private slots:
         QCOMPARE(logOfReport().last(), QStringLiteral("maindlg: linkpath  %1 true").arg(linkTo(second)));
     }
 
+    void linkThatCouldNotBeSavedIsRememberedAllTheSame()
+    {
+        create();
+        spoilLinks();
+        report({rootAt("one")});
+        QCOMPARE(linkedFolders(), QStringList());
+        QCOMPARE(storedLink(), linkTo(rootAt("one")));
+    }
+
     void linkThatSomebodyElseMadeIsNotOverwritten()
     {
         create();
@@ -340,6 +371,16 @@ private slots:
         QVERIFY(QFileInfo::exists(startupEntry()));
         QCOMPARE(storedStartup(), 1);
         QCOMPARE(log().last(), QStringLiteral("maindlg: Toggle startup  true"));
+    }
+
+    void startupEntryThatIsThereIsReplaced()
+    {
+        create();
+        QVERIFY(QFile::remove(startupEntry()));
+        writeFile(startupEntry(), "something else");
+        QVERIFY(!startsThisProgram());
+        m_dialog->toggleStartUp(true);
+        QVERIFY(startsThisProgram());
     }
 
     void turningStartupOffWithoutAnEntryStillStoresZero()

@@ -1,11 +1,11 @@
 #include "ui/dialogcld.h"
 
 #include "syncfolder/syncfolder.h"
+#include "tests/support/httpserver.h"
 #include "tests/support/metamethods.h"
 #include "tests/ui/windowtest.h"
-#include "ui/desktop.h"
 #include "ui/guide.h"
-#include "ui/pickracun.h"
+#include "update/updatechecker.h"
 
 #include <QAction>
 #include <QApplication>
@@ -15,8 +15,8 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMenu>
+#include <QMessageBox>
 #include <QPushButton>
-#include <QRadioButton>
 #include <QSettings>
 #include <QSignalSpy>
 #include <QStandardPaths>
@@ -131,26 +131,6 @@ private slots:
 #endif
     }
 
-    void thirdStartWithAnActiveAccountHidesItself()
-    {
-        preset("runnum", 2);
-        preset("lastuidact", 1001);
-        desktop::pretendTray(true);
-        create().show();
-        EVENTUALLY(!m_dialog->isVisible());
-    }
-
-    void startWithoutATrayStaysShown()
-    {
-        preset("runnum", 2);
-        preset("lastuidact", 1001);
-        desktop::pretendTray(false);
-        const int armed = armedSingleShots();
-        create().show();
-        QCOMPARE(armedSingleShots(), armed + 1); // the engine link's own
-        QVERIFY(m_dialog->isVisible());
-    }
-
     void textStaysReadableOnTheWhiteGroundOfADarkDesktop()
     {
         const QPalette before = QApplication::palette();
@@ -166,27 +146,6 @@ private slots:
         QCOMPARE(QApplication::palette(), before);
     }
 
-    void startStaysShownOnTheFirstTwoRunsAndWithoutAnActiveAccount_data()
-    {
-        QTest::addColumn<int>("runNumber");
-        QTest::addColumn<int>("activeAccount");
-        QTest::newRow("third, signed out") << 2 << 0;
-        QTest::newRow("second, signed in") << 1 << 1001;
-    }
-    void startStaysShownOnTheFirstTwoRunsAndWithoutAnActiveAccount()
-    {
-        QFETCH(int, runNumber);
-        QFETCH(int, activeAccount);
-        preset("runnum", runNumber);
-        preset("lastuidact", activeAccount);
-        desktop::pretendTray(true);
-        const int armed = armedSingleShots();
-        create().show();
-        // The engine link's own timer is the only one: none is there to hide the window.
-        QCOMPARE(armedSingleShots(), armed + 1);
-        QVERIFY(m_dialog->isVisible());
-    }
-
     void statusIconsAreCopiedForTheShellAtEveryStart()
     {
         create();
@@ -198,6 +157,47 @@ private slots:
             QVERIFY(!resource.isEmpty());
             QCOMPARE(readFile(m_dialog->server().stateDir() + u'/' + QLatin1String(name)), resource);
         }
+    }
+
+    void firstStartChecksForNoUpdateAndLaterOnesDo_data()
+    {
+        QTest::addColumn<int>("runNumber");
+        QTest::addColumn<int>("checks");
+        QTest::newRow("first") << 0 << 0;
+        QTest::newRow("second") << 1 << 1;
+    }
+    void firstStartChecksForNoUpdateAndLaterOnesDo()
+    {
+        QFETCH(int, runNumber);
+        QFETCH(int, checks);
+        HttpServer server;
+        server.hang(QStringLiteral("/feed"));
+        if (runNumber > 0) { // what the first start leaves
+            preset("runnum", runNumber);
+            preset("QtSparkle/check_automatically", true);
+            preset("QtSparkle/first_boot", false);
+            preset("QtSparkle/asked_permission", true);
+        }
+        const QByteArray before = qgetenv("ORVEL_UPDATE_FEED");
+        qputenv("ORVEL_UPDATE_FEED", server.url(QStringLiteral("/feed")).toEncoded());
+        create();
+        qputenv("ORVEL_UPDATE_FEED", before);
+        sayState("ok", 7);
+        QCOMPARE(m_dialog->findChildren<qtsparkle::UpdateChecker*>().size(), checks); // they wait for an answer
+        EVENTUALLY_EQUAL(server.count(QStringLiteral("/feed")), checks);
+        QVERIFY(m_dialog->findChildren<QMessageBox*>().isEmpty()); // nothing is asked either
+    }
+
+    void choiceThatTheUserDidNotMakeIsNotStored()
+    {
+        preset("runnum", 1);
+        create();
+        QVERIFY(m_dialog->panel().autoUpdate->isChecked());
+        clientSettings().sync();
+        QVERIFY(!clientSettings().contains(QStringLiteral("QtSparkle/check_automatically")));
+        m_dialog->panel().autoUpdate->click();
+        clientSettings().sync();
+        QCOMPARE(clientSettings().value(QStringLiteral("QtSparkle/check_automatically"), true).toBool(), false);
     }
 
     void pathsAreStoredForOtherPrograms()
@@ -318,7 +318,6 @@ private slots:
     {
         QFETCH(quint64, freeGibibytes10);
         QFETCH(QString, text);
-        QLocale::setDefault(QLocale::c());
         create();
         const quint64 quota = 200ULL << 30;
         const quint64 space = quota - (freeGibibytes10 << 30) / 10;
@@ -332,6 +331,22 @@ private slots:
             log().contains(QStringLiteral("maindlg: space used changed free = %1 %2").arg(quota - space).arg(quota)));
     }
 
+    void freeSpaceIsWrittenAsTheUserWritesNumbersAndTheQuotaIsNot()
+    {
+        QLocale::setDefault(QLocale(QLocale::Slovenian, QLocale::Slovenia));
+        create();
+        say("{\"what\":\"spaceused\",\"space\":2145873428480,\"quota\":2147483648000}");
+        EVENTUALLY_EQUAL(action(5)->text(), QStringLiteral("1,5 GB free out of 2000 GB"));
+    }
+
+    void quotaThatIsExceededLeavesNothingFree()
+    {
+        create();
+        say("{\"what\":\"spaceused\",\"space\":12884901888,\"quota\":10737418240,\"package\":\"Plus\"}");
+        EVENTUALLY_EQUAL(action(5)->text(), QStringLiteral("0 GB free out of 10 GB"));
+        QVERIFY(log().contains(QStringLiteral("maindlg: space used changed free = 0 10737418240")));
+    }
+
     void rootsReportShowsTheFolder()
     {
         create();
@@ -339,6 +354,36 @@ private slots:
         m_dialog->rootsChanged(roots);
         QCOMPARE(m_dialog->panel().folderPath->text(), QStringLiteral("/two"));
         QCOMPARE(m_dialog->panel().folderCaption->text(), QStringLiteral("Orvel Storage is at:"));
+    }
+
+    void registryIsActivatedOnceAndReportsToTheEngineAndTheWindowAlsoWhenItWasRebuilt()
+    {
+        clearLog();
+        create();
+        EVENTUALLY(m_engine->input().endsWith("}\n"));
+        for (int registry = 0; registry < 2; ++registry) {
+            QCOMPARE(log().filter(QStringLiteral("syncfolder: AppActivated")).size(), 1);
+            auto* folder = const_cast<SyncFolder*>(&m_dialog->syncFolder());
+            m_engine->forgetInput();
+            QStringList paths{QStringLiteral("/changed/%1").arg(registry)};
+            QVERIFY(QMetaObject::invokeMethod(folder, "pathsChanged", Q_ARG(QStringList&, paths)));
+            QVERIFY(engineReads("{ \"cmd\" : \"pathschaned\", \"paths\" : [ \"/changed/" +
+                                QByteArray::number(registry) + "\" ] }"));
+            QCOMPARE(m_engine->input().count("pathschaned"), 1);
+            QList<QDir> roots{QDir(QStringLiteral("/root/%1").arg(registry))};
+            clearLog();
+            QVERIFY(QMetaObject::invokeMethod(folder, "rootsChanged", Q_ARG(QList<QDir>&, roots)));
+            QCOMPARE(m_dialog->panel().folderPath->text(), QStringLiteral("/root/%1").arg(registry));
+            QCOMPARE(log().filter(QStringLiteral("maindlg: rootschanged ")).size(), 1);
+
+            clearLog();
+            const int starts = m_engine->starts().size();
+            m_engine->crash();
+            EVENTUALLY_EQUAL(m_engine->starts().size(), starts + 1);
+            EVENTUALLY(m_engine->input().endsWith("}\n"));
+            QVERIFY(log().indexOf(QStringLiteral("maindlg: srvdied")) <
+                    log().indexOf(QStringLiteral("syncfolder: AppActivated 0x0")));
+        }
     }
 
     void diedEngineIsReplacedThroughARebuiltRegistry()
@@ -364,95 +409,7 @@ private slots:
         QVERIFY(log().contains(QStringLiteral("maindlg: srvdied")));
     }
 
-    // Signing in
-
-    void loginSendsWhatWasTypedAndRemembersTheName()
-    {
-        create().show();
-        sayState("logout", 0);
-        QTest::keyClicks(m_dialog->panel().username, QStringLiteral("ana@orvel.example"));
-        QTest::keyClicks(m_dialog->panel().password, QStringLiteral("word"));
-        QTest::mouseClick(m_dialog->panel().login, Qt::LeftButton);
-        QVERIFY(engineReads("{ \"cid\" : \"\", \"cmd\" : \"login\", \"password\" : \"word\", "
-                            "\"username\" : \"ana@orvel.example\" }"));
-        QCOMPARE(clientSettings().value(QStringLiteral("username")).toString(), QStringLiteral("ana@orvel.example"));
-        QVERIFY(log().contains(QStringLiteral("maindlg: dologin  logout ana@orvel.example")));
-        sayState("logout", 0);
-        QCOMPARE(m_dialog->panel().status->text(), QStringLiteral("Login unsuccessful."));
-    }
-
-    void passwordIsInNoLineAndInNoTitle()
-    {
-        writeFile(m_engine->installDir() + QStringLiteral("/config.json"), "{\"password\": \"s3cr3t\"}");
-        create().show();
-        sayState("logout", 0);
-        QTest::keyClicks(m_dialog->panel().username, QStringLiteral("ana@orvel.example"));
-        QTest::keyClicks(m_dialog->panel().password, QStringLiteral("w0rdw0rd"));
-        QTest::mouseClick(m_dialog->panel().login, Qt::LeftButton);
-        QVERIFY(engineReads("w0rdw0rd"));
-        QVERIFY(engineReads("s3cr3t"));
-        m_engine->crash();
-        EVENTUALLY_EQUAL(m_engine->starts().size(), 2);
-        sayState("ok", 5);
-        QStringList seen = log();
-        const auto widgets = QApplication::allWidgets();
-        for (const QWidget* widget : widgets)
-            seen << widget->windowTitle() << widget->toolTip() << widget->accessibleName();
-        QCOMPARE(seen.filter(QStringLiteral("s3cr3t")), QStringList());
-        QCOMPARE(seen.filter(QStringLiteral("w0rdw0rd")), QStringList());
-    }
-
-    void confirmOnlyHidesTheWindow()
-    {
-        create().show();
-        sayState("ok", 1);
-        QTest::mouseClick(m_dialog->panel().login, Qt::LeftButton);
-        QVERIFY(!m_dialog->isVisible());
-        say("{\"what\":\"rootschanged\"}");
-        EVENTUALLY(log().contains(QStringLiteral("servercomm: Received from erlang  rootschanged")));
-        QVERIFY(!m_engine->input().contains("logout"));
-    }
-
-    void severalAccountsAreOfferedAndTheChosenOneIsSent()
-    {
-        create();
-        m_dialog->panel().username->setText(QStringLiteral("team@orvel.example"));
-        m_dialog->panel().password->setText(QStringLiteral("team"));
-        say("{\"what\":\"loginids\",\"ids\":[\"2001\",\"2002\"]}");
-        EVENTUALLY(picker() != nullptr);
-        auto* login = picker()->findChild<QPushButton*>();
-        QTest::mouseClick(login, Qt::LeftButton); // nothing is chosen yet
-        QVERIFY(picker()->isVisible());
-        QVERIFY(log().filter(QStringLiteral("Picked racun")).isEmpty());
-
-        picker()->findChildren<QRadioButton*>().value(1)->setChecked(true);
-        QTest::mouseClick(login, Qt::LeftButton);
-        QVERIFY(engineReads("\"cid\" : \"2002\""));
-        QVERIFY(log().contains(QStringLiteral("maindlg: Picked racun 2002")));
-        EVENTUALLY(picker() == nullptr);
-    }
-
-    void secondListOfAccountsReplacesThePicker()
-    {
-        create();
-        m_dialog->pickRacun({QStringLiteral("1")});
-        m_dialog->pickRacun({QStringLiteral("2"), QStringLiteral("3")});
-        EVENTUALLY(picker() != nullptr);
-        QCOMPARE(picker()->findChildren<QRadioButton*>().size(), 2);
-    }
-
     // The end
-
-    void closingTheWindowOnlyHidesIt()
-    {
-        create().show();
-        QVERIFY(!QApplication::quitOnLastWindowClosed());
-        m_dialog->close();
-        QVERIFY(!m_dialog->isVisible());
-        sayState("ok", 3); // the program lives on
-        m_dialog->menuShow();
-        QVERIFY(m_dialog->isVisible());
-    }
 
     void exitEndsTheEventLoopWithCodeOneAndTheEngineWithIt()
     {
@@ -462,22 +419,6 @@ private slots:
         QCOMPARE(QCoreApplication::exec(), 1);
         QVERIFY(!m_dialog->server().running());
         QVERIFY(log().contains(QStringLiteral("servercomm: Terminating erlang")));
-    }
-
-private:
-    /// The one visible picker; null when there is none.
-    static PickRacun* picker()
-    {
-        PickRacun* found = nullptr;
-        for (QWidget* widget : QApplication::topLevelWidgets()) {
-            auto* candidate = qobject_cast<PickRacun*>(widget);
-            if (candidate != nullptr && candidate->isVisible()) {
-                if (found != nullptr)
-                    qFatal("two account pickers at once");
-                found = candidate;
-            }
-        }
-        return found;
     }
 };
 

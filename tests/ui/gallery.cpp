@@ -6,6 +6,7 @@
 #include "tests/support/fakeengine.h"
 #include "tests/support/test.h"
 #include "ui/account.h"
+#include "ui/desktop.h"
 #include "ui/dialogcld.h"
 #include "ui/guide.h"
 #include "ui/pickracun.h"
@@ -102,6 +103,7 @@ Gallery::Gallery(Language language)
     if (!loaded)
         qFatal("no translation");
     QCoreApplication::installTranslator(&m_translator);
+    desktop::pretendTray(true);
 }
 
 Gallery::~Gallery()
@@ -110,6 +112,7 @@ Gallery::~Gallery()
     clientSettings().clear();
     forgetNames();
     QCoreApplication::removeTranslator(&m_translator);
+    desktop::pretendTray({});
 }
 
 void Gallery::clear()

@@ -3,8 +3,10 @@
 #include "tests/support/metamethods.h"
 #include "tests/support/test.h"
 
+#include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
+#include <QVBoxLayout>
 
 #include <memory>
 
@@ -57,6 +59,15 @@ private:
         return false;
     }
 
+    QString stepText() const
+    {
+        for (const auto* label : m_guide->findChildren<QLabel*>()) {
+            if (label->text().startsWith(QStringLiteral("Step ")))
+                return label->text();
+        }
+        return {};
+    }
+
     void press(const char* text)
     {
         QVERIFY(button(text));
@@ -82,6 +93,40 @@ private slots:
         QVERIFY(button("Back")->isHidden());
         QVERIFY(button("Next")->isVisible());
         QVERIFY(button("Skip guide"));
+    }
+
+    void textPictureAndTheRowOfButtonsStandInTheirOrder()
+    {
+        auto* layout = qobject_cast<QVBoxLayout*>(m_guide->layout());
+        QVERIFY(layout != nullptr);
+        QCOMPARE(layout->count(), 3);
+        const auto labelAt = [](QBoxLayout* box, int position) {
+            return qobject_cast<QLabel*>(box->itemAt(position)->widget());
+        };
+        QCOMPARE(labelAt(layout, 0),
+                 labelWith(QStringLiteral("Orvel Storage is a special folder on your computer.....")));
+        QVERIFY(labelAt(layout, 1) != nullptr && labelAt(layout, 1)->pixmap(Qt::ReturnByValue).height() > 0);
+        auto* row = qobject_cast<QHBoxLayout*>(layout->itemAt(2)->layout());
+        QVERIFY(row != nullptr);
+        QCOMPARE(row->count(), 4);
+        QCOMPARE(labelAt(row, 0), labelWith(QStringLiteral("Step 1 of 4")));
+        QCOMPARE(row->itemAt(1)->widget(), static_cast<QWidget*>(button("Back")));
+        QCOMPARE(row->itemAt(2)->widget(), static_cast<QWidget*>(button("Skip guide")));
+        QCOMPARE(row->itemAt(3)->widget(), static_cast<QWidget*>(button("Next")));
+    }
+
+    void buttonsActWhenTheyAreClickedAndNotWhenTheyArePressed()
+    {
+        press("Next");
+        for (const char* text : {"Next", "Back", "Skip Guide"}) {
+            QVERIFY(button(text) != nullptr);
+            const QString before = stepText();
+            QTest::mousePress(button(text), Qt::LeftButton);
+            QCOMPARE(stepText(), before);
+            QVERIFY(m_guide->isVisible());
+            QTest::mouseRelease(button(text), Qt::LeftButton);
+            QVERIFY(stepText() != before || !m_guide->isVisible());
+        }
     }
 
     void everyStepHasItsTextAndPicture()

@@ -29,6 +29,7 @@ private slots:
         QVERIFY(shown.updateVisible);
         QVERIFY(shown.loginEnabled);
         QCOMPARE(shown.loginText, QStringLiteral("Confirm"));
+        QVERIFY(shown.loginConfirms);
         QCOMPARE(shown.status, std::optional<QString>(QString()));
     }
 
@@ -42,6 +43,7 @@ private slots:
         QVERIFY(!shown.updateVisible);
         QVERIFY(shown.loginEnabled);
         QCOMPARE(shown.loginText, QStringLiteral("Login"));
+        QVERIFY(!shown.loginConfirms);
         QCOMPARE(shown.status, std::optional<QString>(QString()));
     }
 
@@ -66,6 +68,7 @@ private slots:
         QVERIFY(!shown.credentialsEnabled);
         QVERIFY(!shown.loginEnabled);
         QCOMPARE(shown.loginText, QStringLiteral("Login"));
+        QVERIFY(!shown.loginConfirms);
         QCOMPARE(shown.status, std::optional<QString>(QStringLiteral("Disconnected from the cloud.")));
         QVERIFY(!shown.updateVisible);
     }

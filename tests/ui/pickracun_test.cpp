@@ -7,6 +7,7 @@
 #include <QPushButton>
 #include <QRadioButton>
 #include <QSignalSpy>
+#include <QVBoxLayout>
 
 class PickRacunTest final : public Test
 {
@@ -40,6 +41,33 @@ private slots:
         QTest::mouseClick(picker.findChild<QPushButton*>(), Qt::LeftButton);
         QCOMPARE(picked.count(), 0);
         QVERIFY(picker.isVisible());
+    }
+
+    void buttonActsWhenItIsClickedAndNotWhenItIsPressed()
+    {
+        PickRacun picker({QStringLiteral("1")});
+        picker.show();
+        const QSignalSpy picked(&picker, SIGNAL(PickedRacun(QString)));
+        picker.findChild<QRadioButton*>()->click();
+        auto* button = picker.findChild<QPushButton*>();
+        QTest::mousePress(button, Qt::LeftButton);
+        QCOMPARE(picked.count(), 0);
+        QTest::mouseRelease(button, Qt::LeftButton);
+        QCOMPARE(picked.count(), 1);
+        QVERIFY(picker.isVisible()); // its owner closes it
+    }
+
+    void accountsStandBelowOneAnotherAndTheButtonUnderThem()
+    {
+        PickRacun picker({QStringLiteral("1"), QStringLiteral("2")});
+        auto* layout = qobject_cast<QVBoxLayout*>(picker.layout());
+        auto* group = picker.findChild<QGroupBox*>();
+        QVERIFY(layout != nullptr);
+        QCOMPARE(layout->indexOf(group), 0);
+        QCOMPARE(layout->indexOf(picker.findChild<QPushButton*>()), 1);
+        auto* choices = qobject_cast<QVBoxLayout*>(group->layout());
+        QVERIFY(choices != nullptr);
+        QCOMPARE(choices->count(), 2);
     }
 
     void loginReportsTheChosenAccount()

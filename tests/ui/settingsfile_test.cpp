@@ -73,7 +73,7 @@ private:
     }
 
 private slots:
-    void onlyWhatAKilledWriteLeavesIsRemoved()
+    void onlyTheLockOfAKilledWriteIsRemoved()
     {
         QSettings settings;
         settings.setValue(QStringLiteral("runnum"), 1);
@@ -82,12 +82,13 @@ private slots:
         const QString name = file.fileName();
         writeFile(file.filePath() + QStringLiteral(".lock"), QByteArray());
         writeFile(file.filePath() + QStringLiteral(".lock.rmlock"), QByteArray());
-        writeFile(file.filePath() + QStringLiteral(".AbCdEf"), "half");
-        writeFile(file.filePath() + QStringLiteral(".backup"), "the user's");
-        writeFile(file.path() + QStringLiteral("/Other.conf.AbCdEf"), "another program's");
+        writeFile(file.filePath() + QStringLiteral(".broken"), "the user's");
+        writeFile(file.filePath() + QStringLiteral(".custom"), QByteArray());
+        writeFile(file.path() + QStringLiteral("/Other.conf.lock"), QByteArray());
         settingsfile::tidy();
         QCOMPARE(file.dir().entryList(QDir::Files | QDir::Hidden, QDir::Name),
-                 (QStringList{name, name + QStringLiteral(".backup"), QStringLiteral("Other.conf.AbCdEf")}));
+                 (QStringList{name, name + QStringLiteral(".broken"), name + QStringLiteral(".custom"),
+                              QStringLiteral("Other.conf.lock")}));
         QVERIFY(readFile(file.filePath()).contains("runnum=1"));
     }
 
@@ -186,6 +187,10 @@ private slots:
             settings.setValue(QStringLiteral("username"), QStringLiteral("ana@example.com"));
             settings.setValue(QStringLiteral("QtSparkle/check_automatically"), true);
             settings.setValue(QStringLiteral("currentlink"), QStringLiteral("gtk, \"a\""));
+            for (ushort code = ' '; code <= '~'; ++code) {
+                if (code != '/' && code != '\\') // of which every reader makes a group
+                    settings.setValue(QStringLiteral("key") + QChar(code), QString(QChar(code)) + QChar(code));
+            }
             settings.sync();
             return readFile(settings.fileName());
         };

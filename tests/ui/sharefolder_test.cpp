@@ -2,6 +2,7 @@
 
 #include "tests/support/metamethods.h"
 #include "tests/support/test.h"
+#include "tests/ui/oneword.h"
 
 #include <QBoxLayout>
 #include <QLabel>
@@ -82,6 +83,38 @@ private slots:
         QCOMPARE(requests.count(), 2);
     }
 
+    void buttonActsWhenItIsPressedAndNotAgainWhenItIsReleased()
+    {
+        const QSignalSpy requests(m_dialog.get(), SIGNAL(newSharedFolder(QString, QString, int)));
+        QTest::mousePress(button(), Qt::LeftButton);
+        QCOMPARE(requests.count(), 1);
+        QTest::mouseRelease(button(), Qt::LeftButton);
+        QCOMPARE(requests.count(), 1);
+        answer(true, 0);
+        QTest::mousePress(button(), Qt::LeftButton);
+        QVERIFY(!m_dialog->isVisible());
+    }
+
+    void inputRowHoldsCaptionAddressAndButton()
+    {
+        auto* layout = qobject_cast<QBoxLayout*>(m_dialog->layout());
+        QCOMPARE(layout->direction(), QBoxLayout::TopToBottom);
+        auto* row = qobject_cast<QBoxLayout*>(layout->itemAt(0)->layout());
+        QVERIFY(row != nullptr);
+        QCOMPARE(row->direction(), QBoxLayout::LeftToRight);
+        QCOMPARE(row->count(), 3);
+        QCOMPARE(qobject_cast<QLabel*>(row->itemAt(0)->widget())->text(), QStringLiteral("Email of user"));
+        QCOMPARE(row->itemAt(1)->widget(), static_cast<QWidget*>(email()));
+        QCOMPARE((QVector<int>{row->stretch(0), row->stretch(1), row->stretch(2)}), (QVector<int>{0, 1, 0}));
+        QCOMPARE(row->itemAt(2)->widget(), static_cast<QWidget*>(button()));
+        QCOMPARE(layout->count(), 2);
+        QVERIFY(qobject_cast<QLabel*>(layout->itemAt(1)->widget()) != nullptr);
+        answer(true, 0);
+        QCOMPARE(row->count(), 2);
+        QCOMPARE(layout->count(), 3);
+        QVERIFY(button()->isVisible());
+    }
+
     void refusalHasItsText_data()
     {
         QTest::addColumn<int>("code");
@@ -123,6 +156,23 @@ private slots:
         QVERIFY(!m_dialog->isVisible());
         QCOMPARE(closed.count(), 1);
         QVERIFY(QWidget::keyboardGrabber() == nullptr);
+    }
+
+    void buttonDoesWhatItIsThereForWhateverItIsCalled()
+    {
+        const OneWord language({QStringLiteral("Find"), QStringLiteral("OK")});
+        m_dialog = std::make_unique<ShareFolder>(17, QStringLiteral("/f"), nullptr);
+        m_dialog->show();
+        const QSignalSpy requests(m_dialog.get(), SIGNAL(newSharedFolder(QString, QString, int)));
+        QCOMPARE(button()->text(), OneWord::word());
+        QTest::mouseClick(button(), Qt::LeftButton);
+        QVERIFY(m_dialog->isVisible());
+        QCOMPARE(requests.count(), 1);
+        answer(false, 4);
+        QCOMPARE(button()->text(), OneWord::word());
+        QTest::mouseClick(button(), Qt::LeftButton);
+        QVERIFY(!m_dialog->isVisible());
+        QCOMPARE(requests.count(), 1);
     }
 
     void escapeClosesIt()

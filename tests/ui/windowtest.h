@@ -10,6 +10,7 @@
 #include <QApplication>
 #include <QDesktopServices>
 #include <QDir>
+#include <QLocale>
 #include <QMenu>
 #include <QSettings>
 #include <QSignalSpy>
@@ -37,6 +38,8 @@ protected:
         for (const char* scheme : {"https", "http", "file"})
             QDesktopServices::setUrlHandler(QLatin1String(scheme), this, "recordUrl");
         m_opened.clear();
+        desktop::pretendTray(true);
+        QLocale::setDefault(QLocale::c());
     }
 
     void tearDown() override

@@ -128,6 +128,7 @@ private slots:
         QCOMPARE(follower.reply()->url(), m_server->url(QStringLiteral("/end")));
         QCOMPARE(follower.takeBody(), finalBody);
         QVERIFY(!follower.isTruncated());
+        QVERIFY(!follower.ledOffTheWeb());
     }
 
     void sixthRedirectReachesTheLimit()
@@ -242,6 +243,7 @@ private slots:
         QCOMPARE(m_manager->replies.size(), 1);
         QVERIFY(follower.reply() == m_manager->replies.first());
         QCOMPARE(follower.takeBody(), QByteArrayLiteral("moved"));
+        QVERIFY(follower.ledOffTheWeb());
     }
 
     void redirectToHttpsIsFollowed()

@@ -267,6 +267,39 @@ private slots:
         QCOMPARE(m_events.size(), 2);
     }
 
+    void redirectOffTheWebFailsTheCheckThoughItsBodyIsAFeed_data()
+    {
+        QTest::addColumn<QByteArray>("location");
+        QTest::newRow("ftp") << QByteArrayLiteral("ftp://127.0.0.1/feed");
+        QTest::newRow("gopher") << QByteArrayLiteral("gopher://127.0.0.1/feed");
+        QTest::newRow("file with a host") << QByteArrayLiteral("file://127.0.0.1/feed");
+    }
+    void redirectOffTheWebFailsTheCheckThoughItsBodyIsAFeed()
+    {
+        QFETCH(QByteArray, location);
+        HttpServer::Answer answer = answerOf(feedOf("2.0"), "application/rss+xml", 302);
+        answer.headers.append({"Location", location});
+        m_server->serve(feedPath, answer);
+        for (const Kind kind : {Automatic, Manual}) {
+            create();
+            QCOMPARE(check(kind), failed("The update feed redirects to an address off the web"));
+        }
+        // The check is over: the next one is made.
+        m_checker->Check(m_server->url(feedTarget), true);
+        EVENTUALLY_EQUAL(m_events.size(), 4);
+    }
+
+    void redirectOffTheWebAsTheSixthIsTheLimit()
+    {
+        for (int i = 0; i < 5; ++i)
+            m_server->redirect(QStringLiteral("/%1").arg(i), QStringLiteral("/%1").arg(i + 1).toLatin1());
+        m_server->redirect(QStringLiteral("/5"), QByteArrayLiteral("ftp://127.0.0.1/feed"));
+        QCOMPARE(check(Manual, QStringLiteral("/0")), failed("Redirect limit reached"));
+        QCOMPARE(m_server->requests().size(), 6);
+        create();
+        QCOMPARE(check(Manual, QStringLiteral("/1")), failed("The update feed redirects to an address off the web"));
+    }
+
     void bodyIsReadWhateverTheStatusAndTheTypeSay_data()
     {
         QTest::addColumn<int>("status");

@@ -10,6 +10,7 @@
 #include <QNetworkAccessManager>
 #include <QNetworkReply>
 #include <QPushButton>
+#include <QRegularExpression>
 #include <QScrollBar>
 #include <QSpacerItem>
 #include <QTextBlock>
@@ -464,9 +465,34 @@ private slots:
         appcast->version = QStringLiteral("2.0");
         appcast->download_url = address;
         m_dialog->ShowUpdate(appcast);
+        expectWarning(QStringLiteral("Update not opened: ") + QRegularExpression::escape(address));
         child<QPushButton>("install")->click();
         QCOMPARE(m_opened, QStringList());
         EVENTUALLY(m_dialog.isNull());
+        QPointer<QMessageBox> box = window<QMessageBox>(); // stays when the dialog is gone
+        QVERIFY(box);
+        QVERIFY(box->isVisible());
+        QVERIFY(box->parentWidget() == m_parent.get());
+        QCOMPARE(box->icon(), QMessageBox::Warning);
+        QCOMPARE(box->textFormat(), Qt::PlainText);
+        QCOMPARE(box->windowTitle(), QString::fromUtf8("Posodobitve ni mogo\xc4\x8d"
+                                                       "e namestiti"));
+        QCOMPARE(box->text(), QStringLiteral("Naslov posodobitve ne vodi na splet:\n") + address);
+        box->close();
+        EVENTUALLY(box.isNull());
+    }
+
+    void installOpensAnEmptyAddressToo()
+    {
+        QDesktopServices::setUrlHandler(QString(), this, "recordUrl");
+        const AppCastPtr appcast(new qtsparkle::AppCast);
+        appcast->version = QStringLiteral("2.0");
+        m_dialog->ShowUpdate(appcast);
+        child<QPushButton>("install")->click();
+        QDesktopServices::unsetUrlHandler(QString());
+        QCOMPARE(m_opened, QStringList{QString()});
+        EVENTUALLY(m_dialog.isNull());
+        QVERIFY(!anyPrompt());
     }
 
     void skipStoresTheExactVersionAndCloses()

@@ -10,6 +10,7 @@
 #include <QNetworkReply>
 #include <QPushButton>
 #include <QTextBrowser>
+#include <QTimer>
 
 using qtsparkle::UiController;
 using qtsparkle::UpdateChecker;
@@ -185,6 +186,31 @@ private slots:
         EVENTUALLY(box.isNull());
         QCOMPARE(setting("asked_permission").toBool(), true);
         QCOMPARE(setting("check_automatically"), QVariant(QStringLiteral("false")));
+    }
+
+    void exitWithTheQuestionOpenCountsAsNo()
+    {
+        preset(LaterBoot, false, true);
+        QSettings().remove(QStringLiteral("QtSparkle/check_automatically"));
+        create();
+        QTimer::singleShot(0, qApp, SLOT(quit())); // after the question, which was posted
+        QCOMPARE(QCoreApplication::exec(), 0);
+        QCOMPARE(setting("asked_permission").toBool(), true);
+        QCOMPARE(setting("check_automatically"), QVariant(QStringLiteral("false")));
+        QCOMPARE(checks(), 0);
+        EVENTUALLY(!anyPrompt());
+    }
+
+    void exitAfterAnAnswerLeavesIt()
+    {
+        serveFeed("1.9");
+        preset(LaterBoot, false, false);
+        create();
+        startEventLoop();
+        answerPermission("Check automatically");
+        QTimer::singleShot(0, qApp, SLOT(quit()));
+        QCOMPARE(QCoreApplication::exec(), 0);
+        QCOMPARE(setting("check_automatically").toBool(), true);
     }
 
     void automaticCheckRunsQuietlyAtEachStart_data()

@@ -1,0 +1,19 @@
+#include "engine/privatefiles.h"
+
+#include <QFile>
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+bool privatefiles::replace(const QString& path, const QString& newText)
+{
+    const QByteArray from = QFile::encodeName(newText);
+    const int file = open(from.constData(), O_RDONLY | O_CLOEXEC);
+    if (file >= 0) {
+        fsync(file); // not every file system can
+        close(file);
+    }
+    return std::rename(from.constData(), QFile::encodeName(path).constData()) == 0;
+}

@@ -1,0 +1,78 @@
+#include "syncfolder/folderchooser.h"
+
+#include "tests/support/test.h"
+
+#include <QApplication>
+#include <QFileDialog>
+#include <QTimer>
+
+/// The dialog that the user sees; those who ask are tested with another one in its place.
+class FolderChooserTest final : public Test
+{
+    Q_OBJECT
+
+    QString m_folder; ///< where the dialog begins
+    QString m_answer; ///< what the user chooses; empty: nothing
+    bool m_seen = false;
+
+protected:
+    void setUp() override
+    {
+        m_folder = testHome() + QStringLiteral("/start");
+        QVERIFY(QDir().mkpath(m_folder + QStringLiteral("/chosen")));
+        m_answer.clear();
+        m_seen = false;
+    }
+
+private:
+    QString ask()
+    {
+        QTimer::singleShot(0, this, SLOT(lookAtDialog()));
+        return folderchooser::ask(nullptr, QStringLiteral("Pick it"), m_folder);
+    }
+
+public slots:
+    void lookAtDialog()
+    {
+        auto* dialog = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
+        if (dialog == nullptr) {
+            QTimer::singleShot(1, this, SLOT(lookAtDialog())); // not shown yet
+            return;
+        }
+        m_seen = true;
+        // The system's own, where it has one.
+        const bool native = !dialog->testOption(QFileDialog::DontUseNativeDialog);
+        const QString caption = dialog->windowTitle();
+        const QString start = dialog->directory().path();
+        const bool directories = dialog->fileMode() == QFileDialog::Directory;
+        const bool onlyDirectories = dialog->testOption(QFileDialog::ShowDirsOnly);
+        if (m_answer.isEmpty()) {
+            dialog->reject();
+        } else {
+            dialog->selectFile(m_answer);
+            static_cast<QDialog*>(dialog)->accept();
+        }
+        QVERIFY(native);
+        QVERIFY(directories);
+        QVERIFY(onlyDirectories);
+        QCOMPARE(caption, QStringLiteral("Pick it"));
+        QCOMPARE(start, m_folder);
+    }
+
+private slots:
+    void userIsAskedForADirectoryInTheSystemsDialog()
+    {
+        m_answer = m_folder + QStringLiteral("/chosen");
+        QCOMPARE(ask(), m_answer);
+        QVERIFY(m_seen);
+    }
+
+    void cancelledDialogGivesAnEmptyAnswer()
+    {
+        QCOMPARE(ask(), QString());
+        QVERIFY(m_seen);
+    }
+};
+
+QTEST_MAIN(FolderChooserTest)
+#include "folderchooser_test.moc"
