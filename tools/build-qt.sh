@@ -26,6 +26,8 @@ case ${1:-} in
       -qt-zlib -qt-pcre -qt-libpng -qt-freetype -qt-harfbuzz
       -no-feature-sql -no-feature-tabletevent -no-feature-vulkan -no-feature-printer -no-feature-concurrent
       -no-feature-direct2d
+      -no-feature-xml -no-feature-graphicsview -no-feature-statemachine -no-feature-undocommand
+      -no-feature-mdiarea -no-feature-wizard -no-feature-calendarwidget -no-feature-dial
     ) ;;
   tsan)
     configure_options+=(

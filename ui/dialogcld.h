@@ -113,6 +113,7 @@ private:
     QElapsedTimer m_sinceFolderClick; ///< the last tray click that opened the folder; the first counts from the epoch
     QPointer<PickRacun> m_picker;
     int m_loginAttempts = 0;
+    bool m_awaitsAnswer = false;  ///< to a sign-in; what the engine repeats later must not move the cursor
     bool m_loginConfirms = false; ///< the button under the panel is "Confirm"
     bool m_syncStopped = false;   ///< by the user: the menu offers to continue
     bool m_quitting = false;

@@ -22,6 +22,7 @@ void DialogCld::doLogin()
     m_syncFolder->AppActivated();
     if (state == QLatin1String("logout")) {
         m_server->login(username, m_panel.password->text());
+        m_awaitsAnswer = true;
         QSettings().setValue(QStringLiteral("username"), username);
     } else if (state == QLatin1String("ok")) {
         m_server->logout();
@@ -30,6 +31,7 @@ void DialogCld::doLogin()
 
 void DialogCld::pickRacun(QStringList ids)
 {
+    m_awaitsAnswer = false;
     delete m_picker;
     m_picker = new PickRacun(ids);
     m_picker->setWindowFlags(Qt::Tool | Qt::WindowStaysOnTopHint);
@@ -49,4 +51,5 @@ void DialogCld::pickedRacun(QString id)
         m_picker = nullptr;
     }
     m_server->login(m_panel.username->text(), m_panel.password->text(), id);
+    m_awaitsAnswer = true;
 }

@@ -105,6 +105,11 @@ void DialogCld::srvStateChange()
         m_panel.show(*view);
         m_loginConfirms = view->loginConfirms;
     }
+    if (m_awaitsAnswer && state.netState != QLatin1String("offline")) {
+        m_awaitsAnswer = false;
+        if (state.netState == QLatin1String("logout"))
+            m_panel.askForPasswordAgain();
+    }
     if (const auto status = trayStatus(state, trayTitle())) {
         setTrayIcon(status->icon);
         m_tray->setToolTip(status->toolTip);

@@ -174,6 +174,12 @@ void SettingsPanel::show(const PanelView& view) const
         status->setText(*view.status);
 }
 
+void SettingsPanel::askForPasswordAgain() const
+{
+    password->setFocus();
+    password->selectAll();
+}
+
 void SettingsPanel::showFolder(const QString& path) const
 {
     folderCaption->setText(QCoreApplication::translate("DialogCld", "Orvel Storage is at:"));

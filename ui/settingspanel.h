@@ -33,6 +33,8 @@ struct SettingsPanel
                                const QString& rootPath);
 
     void show(const PanelView& view) const;
+    /// Puts the cursor into the password, its text selected, so that typing replaces it.
+    void askForPasswordAgain() const;
     /// Shows where the sync folder lies.
     void showFolder(const QString& path) const;
 };

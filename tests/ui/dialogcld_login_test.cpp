@@ -40,6 +40,13 @@ class DialogCldLoginTest final : public WindowTest
         QTest::mouseClick(m_dialog->panel().login, Qt::LeftButton);
     }
 
+    void typeAndPressLogin()
+    {
+        m_dialog->panel().username->setText(QStringLiteral("ana@orvel.example"));
+        m_dialog->panel().password->setText(QStringLiteral("word"));
+        pressLogin();
+    }
+
     /// Whether the engine has got no word of signing in or out up to now.
     bool engineWasLeftAlone()
     {
@@ -61,6 +68,67 @@ private slots:
         QVERIFY(log().contains(QStringLiteral("maindlg: dologin  logout ana@orvel.example")));
         sayState("logout", 0);
         QCOMPARE(m_dialog->panel().status->text(), QStringLiteral("Login unsuccessful."));
+    }
+
+    void cursorIsInThePasswordAfterARefusalAndTheTextIsSelected()
+    {
+        create().show();
+        sayState("logout", 0);
+        typeAndPressLogin();
+        sayState("logout", 0);
+        QCOMPARE(m_dialog->focusWidget(), m_dialog->panel().password);
+        QCOMPARE(m_dialog->panel().password->selectedText().size(), 4);
+    }
+
+    void refusalThatComesAfterALostConnectionPutsTheCursorIntoThePasswordToo()
+    {
+        create().show();
+        sayState("logout", 0);
+        typeAndPressLogin();
+        sayState("offline", 0);
+        sayState("logout", 0);
+        QCOMPARE(m_dialog->focusWidget(), m_dialog->panel().password);
+        QCOMPARE(m_dialog->panel().password->selectedText().size(), 4);
+    }
+
+    void cursorStaysWhereItIsWhenTheEngineRepeatsThatNobodyIsSignedIn_data()
+    {
+        QTest::addColumn<QByteArray>("answer");
+        QTest::newRow("before any attempt") << QByteArray();
+        QTest::newRow("after a refusal") << QByteArray("{\"what\":\"networkstate\",\"state\":\"logout\"}");
+        QTest::newRow("after a sign-in") << QByteArray("{\"what\":\"networkstate\",\"state\":\"ok\"}");
+        QTest::newRow("after a choice of accounts") << QByteArray(R"({"what":"loginids","ids":["1","2"]})");
+    }
+    void cursorStaysWhereItIsWhenTheEngineRepeatsThatNobodyIsSignedIn()
+    {
+        QFETCH(QByteArray, answer);
+        create().show();
+        sayState("logout", 0);
+        if (!answer.isEmpty()) {
+            typeAndPressLogin();
+            clearLog();
+            say(answer);
+            EVENTUALLY(!log().filter(QStringLiteral("servercomm: Received from erlang")).isEmpty());
+        }
+        m_dialog->panel().username->setFocus();
+        m_dialog->panel().username->setText(QStringLiteral("ana"));
+        sayState("logout", 0);
+        QCOMPARE(m_dialog->focusWidget(), m_dialog->panel().username);
+        QCOMPARE(m_dialog->panel().username->selectedText(), QString());
+    }
+
+    void chosenAccountThatIsRefusedAsksForThePasswordAgain()
+    {
+        create().show();
+        sayState("logout", 0);
+        typeAndPressLogin();
+        say(R"({"what":"loginids","ids":["1","2"]})");
+        EVENTUALLY(picker() != nullptr);
+        picker()->findChildren<QRadioButton*>().value(1)->setChecked(true);
+        QTest::mouseClick(picker()->findChild<QPushButton*>(), Qt::LeftButton);
+        m_dialog->panel().username->setFocus();
+        sayState("logout", 0);
+        QCOMPARE(m_dialog->focusWidget(), m_dialog->panel().password);
     }
 
     void passwordIsInNoLineAndInNoTitle()
