@@ -86,7 +86,7 @@ void installGio()
                        "  printf '%s\\n' \"$@\" >\"$HOME/tmp/set.part\"\n"
                        "  mv \"$HOME/tmp/set.part\" \"$HOME/tmp/set\"\n"
                        "fi\n");
-    QFile::setPermissions(program, QFile::ReadOwner | QFile::ExeOwner);
+    QFile::setPermissions(program, QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner);
 }
 
 } // namespace
