@@ -67,15 +67,15 @@ UninstPage custom un.askForData un.takeAnswer
 !insertmacro MUI_LANGUAGE "English"
 !insertmacro MUI_LANGUAGE "Slovenian"
 
-LangString newerInstalled ${LANG_ENGLISH} "A newer version of ${NAME} is installed already ($0). It stays."
+LangString newerInstalled ${LANG_ENGLISH} "A newer version of ${NAME} ($0) is already installed. It has been left as it is."
 LangString newerInstalled ${LANG_SLOVENIAN} "Nameščena je že novejša različica programa ${NAME} ($0). Ostala bo."
-LangString stillRunning ${LANG_ENGLISH} "${NAME} is still running. Choose Exit in its menu, then try again."
+LangString stillRunning ${LANG_ENGLISH} "${NAME} is still running. Choose Exit from its menu, then try again."
 LangString stillRunning ${LANG_SLOVENIAN} "${NAME} še teče. V njegovem meniju izberite Izhod in poskusite znova."
 LangString dataTitle ${LANG_ENGLISH} "Remove ${NAME}"
 LangString dataTitle ${LANG_SLOVENIAN} "Odstranitev programa ${NAME}"
 LangString dataSubtitle ${LANG_ENGLISH} "Your files stay on this computer and in the cloud."
 LangString dataSubtitle ${LANG_SLOVENIAN} "Vaše datoteke ostanejo na tem računalniku in v oblaku."
-LangString dataQuestion ${LANG_ENGLISH} "Also remove the settings and the sign-in of this computer"
+LangString dataQuestion ${LANG_ENGLISH} "Also remove the settings and the sign-in from this computer"
 LangString dataQuestion ${LANG_SLOVENIAN} "Odstrani tudi nastavitve in prijavo na tem računalniku"
 
 ; Whether PATH can be written, which a running program's file cannot. A missing one can.
