@@ -11,7 +11,7 @@ build=$1
 packages=$build/packages
 umask 022
 # Two builds of one commit are the same to the byte.
-SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct)}
+SOURCE_DATE_EPOCH=${SOURCE_DATE_EPOCH:-$(git log -1 --format=%ct 2>/dev/null || stat -c %Y CHANGELOG.md)}
 DEB_CXXFLAGS_MAINT_STRIP=-g
 export SOURCE_DATE_EPOCH DEB_CXXFLAGS_MAINT_STRIP
 
