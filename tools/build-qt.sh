@@ -28,13 +28,15 @@ case ${1:-} in
       -no-feature-direct2d
       -no-feature-xml -no-feature-graphicsview -no-feature-statemachine -no-feature-undocommand
       -no-feature-mdiarea -no-feature-wizard -no-feature-calendarwidget -no-feature-dial
-    ) ;;
+    )
+    sources=1210 ;; # that are compiled, to tell how far it is
   tsan)
     configure_options+=(
       -platform linux-g++ -sanitize thread
       -no-gui -no-widgets -no-dbus -no-openssl -no-icu -no-glib -qt-zlib -qt-pcre -qt-doubleconversion
       -no-feature-sql -no-feature-xml -no-feature-concurrent
-    ) ;;
+    )
+    sources=582 ;;
   *) fail "build-qt.sh: windows or tsan" ;;
 esac
 name=qt-$1
@@ -71,6 +73,15 @@ lower_case_libraries() {
     xargs -r sed -i 's/-lSecur32/-lsecur32/g; s/-lCrypt32/-lcrypt32/g'
 }
 
+# A line each half minute, until it is killed.
+report_progress() {
+  local compiled
+  while read -rt 30 <> <(:) || true; do
+    compiled=$(grep -cE '^[^ ]*(g\+\+|gcc) .*-c ' "$log" || true)
+    say "  Qt ($1): $compiled of about $sources sources, $((SECONDS / 60)) min $((SECONDS % 60)) s"
+  done
+}
+
 install_packages "${packages[@]}" >&2
 
 version=$(dpkg-query -W -f='${source:Version}' qtbase5-dev)
@@ -84,9 +95,11 @@ fi
 mkdir -p "$cache/$name"
 work=$(mktemp -d "$cache/$name/building.XXXXXX")
 log=$cache/$name/build.log
+: >"$log"
 
 # shellcheck disable=SC2317,SC2329 # called by the trap
 tidy_up() {
+  kill "$progress"
   if [[ ! -d $installed ]]; then
     tail -n 40 "$log" >&2 || true
     say "Qt could not be built; the whole log is $log" >&2
@@ -95,7 +108,9 @@ tidy_up() {
 }
 trap tidy_up EXIT
 
-say "Building Qt $version ($1, up to a quarter of an hour); see $log" >&2
+say "Building Qt $version ($1, a quarter of an hour on two cores); see $log" >&2
+report_progress "$1" >&2 &
+progress=$!
 exec 3>&1 >"$log" 2>&1
 fetch "$work" "$version"
 lower_case_libraries "$work/source"

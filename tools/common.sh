@@ -10,19 +10,29 @@ fail() {
   exit 1
 }
 
-# Installs those of the named Debian packages that are missing, and says which.
-install_packages() {
-  local missing=() package
+missing_packages() {
+  local package
   for package in "$@"; do
-    [[ $(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null) == installed ]] || missing+=("$package")
+    [[ $(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null) == installed ]] || printf '%s\n' "$package"
   done
-  ((${#missing[@]})) || return 0
-  say "Installing ${missing[*]}"
-  local as_root=()
-  [[ $(id -u) == 0 ]] || as_root=(sudo)
-  "${as_root[@]}" apt-get update -qq
-  "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
-    "${missing[@]}" >/dev/null
+}
+
+common=$(realpath "${BASH_SOURCE[0]}")
+
+# Installs those of the named Debian packages that are missing, and says which. One at a time: apt lets no second in.
+install_packages() {
+  [[ $(missing_packages "$@") ]] || return 0
+  (
+    flock 9
+    mapfile -t missing < <(missing_packages "$@")
+    ((${#missing[@]})) || exit 0
+    say "Installing ${missing[*]}"
+    as_root=()
+    [[ $(id -u) == 0 ]] || as_root=(sudo)
+    "${as_root[@]}" apt-get update -qq
+    "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends \
+      "${missing[@]}" >/dev/null
+  ) 9<"$common"
 }
 
 # Points everything that a program keeps for its user into the given directory.
