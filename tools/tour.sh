@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # Tries the client out the way a user does: on a display of its own, with mouse and keyboard.
-#   tour.sh BUILD_DIRECTORY HOME
-# Ends with one verdict line; the exit status is 0 when everything was seen to work.
+#   tour.sh BUILD_DIRECTORY HOME [PICTURES]
+# PICTURES gets at-work.png, and recording.gif from the sign-in to the pause, with a file manager on the folder. Ends with one verdict line; the exit status is 0 when everything was seen to work.
 set -euo pipefail
 
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -10,6 +10,7 @@ source tools/common.sh
 
 mkdir -p "$2"
 home=$(cd "$2" && pwd)
+pictures=${3:+$(mkdir -p "$3" && cd "$3" && pwd)}
 installation=$home/program
 shots=$home/screenshots
 log=$home/client.log
@@ -182,6 +183,37 @@ fake_browser() {
   export PATH=$home/bin:$PATH
 }
 
+prepare_recording() {
+  [[ $pictures ]] || return 0
+  xsetroot -solid '#31606a'
+  xdotool windowmove "$(window_of "Orvel Storage")" 542 396
+  ffmpeg -v error -y -f x11grab -framerate 10 -video_size 1024x768 -i "$DISPLAY" -c:v ffv1 "$home/recording.mkv" \
+    </dev/null &
+  recorder=$!
+}
+
+show_folder() {
+  [[ $pictures ]] || return 0
+  # It would warn of root, in the picture.
+  unshare --user --map-user=1000 thunar "$folder" >/dev/null 2>&1 &
+  helpers+=($!)
+  await "the folder in a file manager" xdotool search --onlyvisible --class thunar
+  local manager
+  manager=$(xdotool search --onlyvisible --class thunar | tail -n 1)
+  xdotool windowsize "$manager" 620 320 windowmove "$manager" 24 24
+}
+
+# Twice as long as it took: nobody reads that fast.
+end_recording() {
+  [[ $pictures ]] || return 0
+  kill -INT "$recorder"
+  wait "$recorder" || true
+  ffmpeg -v error -y -i "$home/recording.mkv" -filter_complex \
+    "setpts=2*PTS,fps=5,scale=800:-1:flags=lanczos,split[a][b];[a]palettegen=max_colors=64[p];[b][p]paletteuse=dither=none:diff_mode=rectangle" \
+    "$pictures/recording.gif" </dev/null
+  seen "a recording, $(stat -c %s "$pictures/recording.gif") bytes"
+}
+
 start_feed() {
   local port
   exec {feed_pipe}<> <(:)
@@ -210,10 +242,12 @@ start_client() {
 }
 
 helpers=()
+recorder=
 elsewhere=
 # shellcheck disable=SC2317,SC2329  # called by the trap
 tidy_up() {
   [[ -z $client ]] || kill "$client" 2>/dev/null || true
+  [[ -z $recorder ]] || kill "$recorder" 2>/dev/null || true
   ((${#helpers[@]} == 0)) || kill "${helpers[@]}" 2>/dev/null || true
   wait 2>/dev/null || true
   [[ -z $elsewhere ]] || rm -rf "$elsewhere"
@@ -325,6 +359,7 @@ say "Signing in"
 await "the engine asks for a sign-in" logged "maindlg: network state  logout"
 shoot_window "Orvel Storage" sign-in.png
 tray_shot "$shots/tray-signed-out.png"
+prepare_recording
 refusals=$(times_logged "maindlg: network state  logout")
 sign_in trial@orvel.example wrong
 await "a wrong password is refused" logged_again "$refusals" "maindlg: network state  logout"
@@ -342,6 +377,7 @@ shoot_window "Orvel Storage" settings.png
 tray_shot "$shots/tray-synced.png"
 
 say "Files"
+show_folder
 mkdir -p "$folder/Fotografije/poletje"
 printf 'Pozdravljen, oblak!\n' >"$folder/Beležka.txt"
 head -c 20000000 /dev/urandom >"$folder/Fotografije/poletje/morje.raw"
@@ -360,6 +396,7 @@ say "The tray and its menu"
 point_at_tray
 await "the tool tip" kind_shown TOOLTIP
 import -window root "$shots/tooltip.png"
+[[ ! $pictures ]] || pngquant --force --output "$pictures/at-work.png" "$shots/tooltip.png"
 open_menu
 import -window root "$shots/menu.png"
 choose 2 Down
@@ -374,6 +411,7 @@ await "a change is noticed meanwhile" logged_again "$reports" "Servercomm receiv
 open_menu
 choose 3 Down
 await "sync goes on and takes the change along" same_files
+end_recording
 shell_command "website|$folder"
 shell_command "shareitem|$folder/Slike"
 await "a shell command opens the page to share an item" opened '^http://[^/]*/datoteke/vse/#share=[0-9]+$'
