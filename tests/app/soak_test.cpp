@@ -2,6 +2,7 @@
 
 #include "syncfolder/syncfolder.h"
 #include "tests/support/httpserver.h"
+#include "tests/support/processholdings.h"
 #include "tests/ui/windowtest.h"
 #include "ui/guide.h"
 #include "ui/pickracun.h"
@@ -17,7 +18,6 @@
 #include <QRadioButton>
 
 #include <cstdio>
-#include <malloc.h>
 
 namespace
 {
@@ -31,24 +31,10 @@ constexpr double allowedGrowth = 0.02;
 
 struct Holdings
 {
-    int handles = 0;
-    int threads = 0;
+    ProcessHoldings process;
     int windows = 0;
     QMap<QByteArray, int> objects; ///< by their class
-    qint64 allocated = 0;          ///< bytes; 0 where the program's allocator does not tell
-    qint64 resident = 0;           ///< bytes
 };
-
-int entriesOf(const char* directory)
-{
-    return QDir(QLatin1String(directory)).entryList(QDir::AllEntries | QDir::System | QDir::NoDotAndDotDot).size();
-}
-
-qint64 residentBytes()
-{
-    // Size and resident set, in pages.
-    return readFile(QStringLiteral("/proc/self/statm")).split(' ').value(1).toLongLong() * 4096;
-}
 
 QByteArray feed(const char* version)
 {
@@ -254,11 +240,8 @@ private:
         // What deletes itself later has its turn first.
         QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
         QPixmapCache::clear(); // it holds up to 10 MiB of what was shown last
-        malloc_trim(0);        // else what is free at the end of the heap comes and goes by a megabyte and a half
-        const auto heap = mallinfo2();
         Holdings now;
-        now.handles = entriesOf("/proc/self/fd");
-        now.threads = entriesOf("/proc/self/task");
+        now.process = ownHoldings();
         now.windows = QApplication::topLevelWidgets().size();
         for (const QObject* parent : {static_cast<QObject*>(m_dialog.get()), static_cast<QObject*>(qApp)}) {
             const auto children = parent->findChildren<QObject*>();
@@ -267,14 +250,13 @@ private:
         }
         now.objects.remove("qtsparkle::UpdateChecker"); // each stays with its updater, and is small
         now.objects.remove("QSingleShotTimer");         // those that have still to fire
-        now.allocated = static_cast<qint64>(heap.uordblks) + static_cast<qint64>(heap.hblkhd);
-        now.resident = residentBytes();
         return now;
     }
 
     static bool sameCounts(const Holdings& a, const Holdings& b)
     {
-        return a.handles == b.handles && a.threads == b.threads && a.windows == b.windows && a.objects == b.objects;
+        return a.process.handles == b.process.handles && a.process.threads == b.process.threads &&
+               a.windows == b.windows && a.objects == b.objects;
     }
 
     static QByteArray countsOf(const QMap<QByteArray, int>& objects)
@@ -292,15 +274,16 @@ private:
             objects += count;
         std::printf("%s (%lld s): %d handles, %d threads, %d windows, %d objects, %lld KiB allocated, %lld KiB "
                     "resident\n",
-                    when, static_cast<long long>(ms / 1000), now.handles, now.threads, now.windows, objects,
-                    static_cast<long long>(now.allocated / 1024), static_cast<long long>(now.resident / 1024));
+                    when, static_cast<long long>(ms / 1000), now.process.handles, now.process.threads, now.windows,
+                    objects, static_cast<long long>(now.process.allocated / 1024),
+                    static_cast<long long>(now.process.resident / 1024));
         std::fflush(stdout);
     }
 
     /// Memory: what has come to it, compared with all that the process takes up.
     static bool grew(qint64 before, qint64 after, const Holdings& all)
     {
-        return static_cast<double>(after - before) > static_cast<double>(all.resident) * allowedGrowth;
+        return static_cast<double>(after - before) > static_cast<double>(all.process.resident) * allowedGrowth;
     }
 
 private slots:
@@ -345,14 +328,14 @@ private slots:
         print("at the end", clock.elapsed(), last);
         std::printf("%d rounds: %d state changes, %d root rebuilds, %d guides, %d dialogs\n", rounds, m_changes,
                     m_rebuilds, m_guides, m_dialogs);
-        QCOMPARE(last.handles, first.handles);
-        QCOMPARE(last.threads, first.threads);
+        QCOMPARE(last.process.handles, first.process.handles);
+        QCOMPARE(last.process.threads, first.process.threads);
         QCOMPARE(last.windows, first.windows);
         QCOMPARE(countsOf(last.objects), countsOf(first.objects));
 #ifndef __SANITIZE_ADDRESS__ // it keeps what was freed for a while
-        QVERIFY(!grew(first.allocated, last.allocated, first));
+        QVERIFY(!grew(first.process.allocated, last.process.allocated, first));
         // Until then Qt's caches still fill.
-        QVERIFY(firstPart < settled || !grew(first.resident, last.resident, first));
+        QVERIFY(firstPart < settled || !grew(first.process.resident, last.process.resident, first));
 #endif
     }
 };

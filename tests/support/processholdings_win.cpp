@@ -1,0 +1,49 @@
+#include "tests/support/processholdings.h"
+
+#include <windows.h>
+
+#include <psapi.h>
+#include <tlhelp32.h>
+
+namespace
+{
+
+int ownThreads()
+{
+    const HANDLE snapshot = CreateToolhelp32Snapshot(TH32CS_SNAPTHREAD, 0);
+    THREADENTRY32 entry = {};
+    entry.dwSize = sizeof(entry);
+    int count = 0;
+    for (BOOL more = Thread32First(snapshot, &entry); more != 0; more = Thread32Next(snapshot, &entry))
+        count += entry.th32OwnerProcessID == GetCurrentProcessId() ? 1 : 0;
+    CloseHandle(snapshot);
+    return count;
+}
+
+} // namespace
+
+ProcessHoldings ownHoldings()
+{
+    DWORD handles = 0;
+    GetProcessHandleCount(GetCurrentProcess(), &handles);
+    PROCESS_MEMORY_COUNTERS counters = {};
+    GetProcessMemoryInfo(GetCurrentProcess(), &counters, sizeof(counters));
+    ProcessHoldings now;
+    now.handles = static_cast<int>(handles);
+    now.threads = ownThreads();
+    now.resident = static_cast<qint64>(counters.WorkingSetSize);
+    return now;
+}
+
+qint64 mostMemoryOf(qint64 process)
+{
+    const HANDLE handle = OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, static_cast<DWORD>(process));
+    if (handle == nullptr)
+        return 0;
+    PROCESS_MEMORY_COUNTERS counters = {};
+    DWORD exitCode = 0;
+    const bool known = GetExitCodeProcess(handle, &exitCode) != 0 && exitCode == STILL_ACTIVE &&
+                       GetProcessMemoryInfo(handle, &counters, sizeof(counters)) != 0;
+    CloseHandle(handle);
+    return known ? static_cast<qint64>(counters.PeakWorkingSetSize / 1024) : 0;
+}
