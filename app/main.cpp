@@ -59,7 +59,7 @@ int main(int argc, char* argv[])
     data.cd(QCoreApplication::applicationName());
 
     auto endRequest = std::make_unique<EndRequest>(); // one that comes during the start counts, too
-    QObject::connect(endRequest.get(), SIGNAL(asked()), &application, SLOT(quit()));
+    QObject::connect(endRequest.get(), SIGNAL(asked()), &application, SLOT(quit()), Qt::QueuedConnection);
     DialogCld dialog;
     // Qt would look at the network's interfaces every ten seconds; nobody asks for what it sees. Only now: the engine's
     // environment, which the dialog has taken, is the system's.

@@ -112,7 +112,8 @@ void DialogCld::srvStateChange()
     }
     if (const auto status = trayStatus(state, trayTitle())) {
         setTrayIcon(status->icon);
-        m_tray->setToolTip(status->toolTip);
+        if (status->toolTip != m_tray->toolTip())
+            m_tray->setToolTip(status->toolTip);
     }
 }
 

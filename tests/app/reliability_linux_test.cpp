@@ -1,4 +1,5 @@
-// What only a Unix can do to the client: signals, other users, full and cleaned directories.
+// What only a Unix can do to the client: signals, other users, full and cleaned directories, floods
+// that wait in its pipe.
 
 #include "tests/app/killingtest.h"
 #include "tests/support/endclient.h"
@@ -34,6 +35,15 @@ protected:
 class ReliabilityLinuxTest final : public KillingTest
 {
     Q_OBJECT
+
+    /// In KiB; 0 once it has ended.
+    static qint64 mostMemoryOf(const QProcess& process)
+    {
+        const QByteArray status = readFile(QStringLiteral("/proc/%1/status").arg(process.processId()));
+        const QByteArray field = "VmHWM:";
+        const int at = status.indexOf(field);
+        return at < 0 ? 0 : status.mid(at + field.size()).trimmed().split(' ').first().toLongLong();
+    }
 
 private slots:
     void lockThatAKilledClientLeftBesideTheSettingsHoldsNobodyUpAndGoes()
@@ -175,6 +185,28 @@ private slots:
         QVERIFY(reachesPipe());
         askToEnd(*next);
         QVERIFY(ended(*next));
+    }
+
+    void floodTakesNoMemoryAlong()
+    {
+        const auto client = start(QStringLiteral(ORVEL_CLIENT), {}, {QStringLiteral("QT_LOGGING_RULES=*=false")});
+        QVERIFY2(QTest::qWaitFor([this] { return isConfigured(); }, deadline()), stateOf(*client).constData());
+        const qint64 before = mostMemoryOf(*client);
+        qint64 most = before;
+        m_engine->flood("{\"what\":\"networkstate\",\"state\":\"ok\",\"uid\":5}\n", 1000000);
+        m_engine->say("{\"what\":\"exit\"}");
+        const auto hasEnded = [&] {
+            most = qMax(most, mostMemoryOf(*client));
+            return client->state() == QProcess::NotRunning;
+        };
+        QVERIFY(QTest::qWaitFor(hasEnded, 6 * deadline()));
+        QCOMPARE(client->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(client->exitCode(), 1); // what the engine's last line asks for
+        QVERIFY(before > 0);
+#ifndef __SANITIZE_ADDRESS__ // it keeps what was freed for a while
+        const QString figures = QStringLiteral("%1 KiB, then %2").arg(before).arg(most);
+        QVERIFY2(most - before < 4096, qPrintable(figures));
+#endif
     }
 
     void noSignalLeavesAnEngineBehindOrKeepsTheNextClientFromStarting_data()

@@ -2,7 +2,6 @@
 
 #include "tests/app/killingtest.h"
 #include "tests/support/endclient.h"
-#include "tests/support/processholdings.h"
 
 #include <QDir>
 #include <QElapsedTimer>
@@ -143,28 +142,6 @@ private slots:
         QVERIFY(ended(*killed));
         EVENTUALLY(!m_engine->isConnected());
         fiftyStarts(2);
-    }
-
-    void floodTakesNoMemoryAlong()
-    {
-        const auto client = start(QStringLiteral(ORVEL_CLIENT), {}, {QStringLiteral("QT_LOGGING_RULES=*=false")});
-        QVERIFY2(QTest::qWaitFor([this] { return isConfigured(); }, deadline()), stateOf(*client).constData());
-        const qint64 before = mostMemoryOf(client->processId());
-        qint64 most = before;
-        m_engine->flood("{\"what\":\"networkstate\",\"state\":\"ok\",\"uid\":5}\n", 1000000);
-        m_engine->say("{\"what\":\"exit\"}");
-        const auto hasEnded = [&] {
-            most = qMax(most, mostMemoryOf(client->processId()));
-            return client->state() == QProcess::NotRunning;
-        };
-        QVERIFY(QTest::qWaitFor(hasEnded, 6 * deadline()));
-        QCOMPARE(client->exitStatus(), QProcess::NormalExit);
-        QCOMPARE(client->exitCode(), 1); // what the engine's last line asks for
-        QVERIFY(before > 0);
-#ifndef __SANITIZE_ADDRESS__ // it keeps what was freed for a while
-        const QString figures = QStringLiteral("%1 KiB, then %2").arg(before).arg(most);
-        QVERIFY2(most - before < 4096, qPrintable(figures));
-#endif
     }
 
     void clientEndsWithinThreeSecondsWhateverTheEngineDoes_data()

@@ -13,6 +13,3 @@ struct ProcessHoldings
 
 /// Those of this program, with what its allocator keeps for later given back first.
 ProcessHoldings ownHoldings();
-
-/// The most memory that a running process has had, in KiB; 0 once it has ended.
-qint64 mostMemoryOf(qint64 process);

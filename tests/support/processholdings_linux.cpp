@@ -28,11 +28,3 @@ ProcessHoldings ownHoldings()
     now.resident = readFile(QStringLiteral("/proc/self/statm")).split(' ').value(1).toLongLong() * getpagesize();
     return now;
 }
-
-qint64 mostMemoryOf(qint64 process)
-{
-    const QByteArray status = readFile(QStringLiteral("/proc/%1/status").arg(process));
-    const QByteArray field = "VmHWM:";
-    const int at = status.indexOf(field);
-    return at < 0 ? 0 : status.mid(at + field.size()).trimmed().split(' ').first().toLongLong();
-}

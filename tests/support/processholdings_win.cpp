@@ -34,16 +34,3 @@ ProcessHoldings ownHoldings()
     now.resident = static_cast<qint64>(counters.WorkingSetSize);
     return now;
 }
-
-qint64 mostMemoryOf(qint64 process)
-{
-    const HANDLE handle = OpenProcess(PROCESS_QUERY_INFORMATION | PROCESS_VM_READ, FALSE, static_cast<DWORD>(process));
-    if (handle == nullptr)
-        return 0;
-    PROCESS_MEMORY_COUNTERS counters = {};
-    DWORD exitCode = 0;
-    const bool known = GetExitCodeProcess(handle, &exitCode) != 0 && exitCode == STILL_ACTIVE &&
-                       GetProcessMemoryInfo(handle, &counters, sizeof(counters)) != 0;
-    CloseHandle(handle);
-    return known ? static_cast<qint64>(counters.PeakWorkingSetSize / 1024) : 0;
-}
