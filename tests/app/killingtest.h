@@ -3,6 +3,7 @@
 #include "tests/support/fakeengine.h"
 #include "tests/support/test.h"
 
+#include <QDir>
 #include <QProcess>
 
 #include <memory>
@@ -22,6 +23,8 @@ protected:
 
     void tearDown() override
     {
+        // On Windows, what was killed may hold its program's file a moment longer.
+        (void)QTest::qWaitFor([this] { return QDir(m_engine->installDir()).removeRecursively(); }, deadline());
         m_engine.reset();
     }
 
