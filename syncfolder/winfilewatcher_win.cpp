@@ -9,7 +9,10 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
+#include <memory>
 #include <utility>
 #include <vector>
 
@@ -17,6 +20,7 @@ namespace
 {
 
 constexpr DWORD bufferSize = 16384;
+constexpr std::size_t mostReads = 16;               // that wait for one root
 constexpr DWORD startTimeout = 5000;                // ms
 constexpr int mostPaths = MAXIMUM_WAIT_OBJECTS - 1; // one waits for the stop
 
@@ -60,16 +64,14 @@ private:
     HANDLE m_handle;
 };
 
-/// What the thread works on while the next read is under way already.
-struct Change
+/// A read of a root. It stays where it is until it has ended: the system writes into it.
+struct Read
 {
     OVERLAPPED overlapped = {};
-    alignas(DWORD) std::array<char, bufferSize> buffer;
-    QString path; ///< with slashes
-    QDir directory;
+    alignas(DWORD) std::array<char, bufferSize> buffer = {};
 };
 
-/// A watched root. It stays where it is: the system writes into it.
+/// A watched root.
 struct ChangeRecord
 {
     Q_DISABLE_COPY_MOVE(ChangeRecord)
@@ -77,47 +79,68 @@ struct ChangeRecord
     ChangeRecord() = default;
     ~ChangeRecord()
     {
-        event.close();
-        if (directoryHandle.isValid())
-            CancelIo(directoryHandle.get());
-        directoryHandle.close();
+        if (reads.empty())
+            return;
+        CancelIo(directoryHandle.get());
+        // Until then the system writes into them and sets the event.
+        while (!std::all_of(reads.begin(), reads.end(), [this](const auto& read) { return hasEnded(*read); }))
+            WaitForSingleObject(event.get(), INFINITE);
     }
 
-    void read()
+    /// Starts one more read, besides those that wait already. Each change ends one of them.
+    void arm()
     {
         constexpr DWORD namesAndWrites = FILE_NOTIFY_CHANGE_FILE_NAME | FILE_NOTIFY_CHANGE_DIR_NAME |
                                          FILE_NOTIFY_CHANGE_LAST_WRITE | FILE_NOTIFY_CHANGE_CREATION;
-        change.buffer.fill(0);
-        change.overlapped = {};
-        change.overlapped.hEvent = event.get();
-        // A failure means that this root is silent from now on.
-        ReadDirectoryChangesW(directoryHandle.get(), change.buffer.data(), bufferSize, TRUE, namesAndWrites, nullptr,
-                              &change.overlapped, nullptr);
-        // An earlier read that took a change since the buffer was zeroed: the start has reset its event.
-        if (reinterpret_cast<const FILE_NOTIFY_INFORMATION*>(change.buffer.data())->Action != 0)
-            SetEvent(event.get());
+        if (reads.size() == mostReads)
+            return;
+        auto read = std::make_unique<Read>();
+        read->overlapped.hEvent = event.get();
+        // One that fails never ends: a root of which all do is silent from now on.
+        if (ReadDirectoryChangesW(directoryHandle.get(), read->buffer.data(), bufferSize, TRUE, namesAndWrites, nullptr,
+                                  &read->overlapped, nullptr))
+            reads.push_back(std::move(read));
     }
-    /// Whether a read has ended that was not waited for. To ask is to have waited for it.
-    bool takeEnd() const
+    bool hasEndedRead() const
     {
-        return WaitForSingleObject(event.get(), 0) == WAIT_OBJECT_0;
+        return std::any_of(reads.begin(), reads.end(), [this](const auto& read) { return hasEnded(*read); });
+    }
+    /// The oldest read that has ended; null for none.
+    std::unique_ptr<Read> takeEndedRead()
+    {
+        const auto ended =
+            std::find_if(reads.begin(), reads.end(), [this](const auto& read) { return hasEnded(*read); });
+        if (ended == reads.end())
+            return nullptr;
+        std::unique_ptr<Read> taken = std::move(*ended);
+        reads.erase(ended);
+        return taken;
     }
 
-    Change change;
+    QString path; ///< with slashes
     Handle directoryHandle;
-    Handle event;
+    Handle event; ///< of all reads: that one has ended, unless the start of another came after it
+    std::vector<std::unique_ptr<Read>> reads; ///< the oldest first
+
+private:
+    bool hasEnded(Read& read) const
+    {
+        DWORD bytes = 0;
+        return GetOverlappedResult(directoryHandle.get(), &read.overlapped, &bytes, FALSE) != FALSE ||
+               GetLastError() != ERROR_IO_INCOMPLETE;
+    }
 };
 
 /// The directories that contain the changed entries. After an overflow or a failed read the buffer is
 /// still zeroed, one entry without a name: that is the root itself.
-std::unique_ptr<QStringList> changedDirectories(const Change& change)
+std::unique_ptr<QStringList> changedDirectories(const QString& root, const Read& read)
 {
     auto directories = std::make_unique<QStringList>();
-    const QVector<FileNotification> entries = decodeFileNotifications(change.buffer.data(), change.buffer.size());
+    const QVector<FileNotification> entries = decodeFileNotifications(read.buffer.data(), read.buffer.size());
     for (const FileNotification& entry : entries) {
         ORVEL_LOG << "Filename changed " << entry.name << " action " << entry.action;
-        const QFileInfo info(change.path + QDir::separator() + entry.name);
-        directories->append(info.isDir() ? info.path() : info.dir().path());
+        // Taken from the text. To ask for the entry is to ask what a shortcut leads to, and maybe to wait for that.
+        directories->append(QFileInfo(root + QDir::separator() + entry.name).path());
     }
     return directories;
 }
@@ -149,8 +172,7 @@ WinFileWatcher::WinFileWatcher(const QStringList& paths, QObject* parent)
     m_private->armed = Handle(CreateEventW(nullptr, TRUE, FALSE, nullptr));
     for (const QString& path : paths) {
         auto record = std::make_unique<ChangeRecord>();
-        record->change.path = QDir::fromNativeSeparators(path);
-        record->change.directory = QDir(record->change.path);
+        record->path = QDir::fromNativeSeparators(path);
         record->directoryHandle =
             Handle(CreateFileW(reinterpret_cast<const wchar_t*>(path.utf16()), FILE_LIST_DIRECTORY,
                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
@@ -193,15 +215,15 @@ void WinFileWatcher::connectNotify(const QMetaMethod& signal)
 
 void WinFileWatcher::run()
 {
-    const auto report = [this](const ChangeRecord& record) {
-        Change snapshot = record.change;
-        DWORD bytes = 0;
-        GetOverlappedResult(record.directoryHandle.get(), &snapshot.overlapped, &bytes, FALSE);
-        std::unique_ptr<QStringList> directories = changedDirectories(snapshot);
-        // Until somebody is connected a report would be lost.
-        const std::array<HANDLE, 2> ready = {m_private->stop.get(), m_private->connected.get()};
-        if (WaitForMultipleObjects(2, ready.data(), FALSE, INFINITE) != WAIT_OBJECT_0)
+    const auto report = [this](ChangeRecord& record) {
+        while (const std::unique_ptr<Read> read = record.takeEndedRead()) {
+            std::unique_ptr<QStringList> directories = changedDirectories(record.path, *read);
+            // Until somebody is connected a report would be lost.
+            const std::array<HANDLE, 2> ready = {m_private->stop.get(), m_private->connected.get()};
+            if (WaitForMultipleObjects(2, ready.data(), FALSE, INFINITE) == WAIT_OBJECT_0)
+                return;
             emit pathsChanged(directories.release());
+        }
     };
 
     std::vector<HANDLE> handles;
@@ -210,19 +232,22 @@ void WinFileWatcher::run()
         // Also those whose earlier read is still pending: deliberate, every pass arms every record.
         for (const auto& record : m_private->records) {
             handles.push_back(record->event.get());
-            if (record->takeEnd()) // while another one was reported; the next read would wipe it away
-                report(*record);
-            record->read();
+            record->arm();
         }
         SetEvent(m_private->armed.get());
+        // The start of a read takes back what the end of an earlier one has told, so the reads are asked themselves.
+        const bool isDue = std::any_of(m_private->records.begin(), m_private->records.end(),
+                                       [](const auto& record) { return record->hasEndedRead(); });
         const DWORD count = static_cast<DWORD>(handles.size());
-        const DWORD result = WaitForMultipleObjects(count, handles.data(), FALSE, INFINITE);
+        const DWORD result = WaitForMultipleObjects(count, handles.data(), FALSE, isDue ? 0 : INFINITE);
         if (result == WAIT_OBJECT_0) {
             ORVEL_LOG << "Watcher stop";
             m_private->records.clear();
             return;
         }
-        if (result < WAIT_OBJECT_0 + count) // else the wait failed
-            report(*m_private->records[result - WAIT_OBJECT_0 - 1]);
+        if (result == WAIT_FAILED)
+            continue;
+        for (const auto& record : m_private->records)
+            report(*record);
     }
 }

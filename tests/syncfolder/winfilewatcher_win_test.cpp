@@ -7,7 +7,7 @@
 #include <algorithm>
 #include <atomic>
 #include <cstring>
-#include <limits>
+#include <deque>
 #include <mutex>
 #include <optional>
 #include <vector>
@@ -19,19 +19,21 @@ constexpr ULONG_PTR pending = 0x103;
 constexpr ULONG_PTR success = 0;
 constexpr ULONG_PTR overflow = 0x10c;
 constexpr ULONG_PTR accessDenied = 0xc0000022;
+constexpr ULONG_PTR cancelled = 0xc0000120;
 constexpr ULONG_PTR deletePending = 0xc0000056;
+constexpr int mostReads = 16;
 
-/// Takes the place of ReadDirectoryChangesW(): a read ends when the test says so, and how it says.
+/// Takes the place of ReadDirectoryChangesW(): a read ends when the test says so, and how it says. Of several that wait
+/// for one root, each change ends the oldest; what comes while none waits is kept for the next one.
 class Reader final
 {
 public:
-    static constexpr int never = std::numeric_limits<int>::max();
-
     void reset()
     {
         const std::lock_guard lock(m_mutex);
         m_roots.clear();
-        m_duringStart.reset();
+        m_momentsLeft = never;
+        m_wasClosedEarly = false;
     }
 
     /// The number of reads that were asked for of the root with this number.
@@ -39,6 +41,18 @@ public:
     {
         const std::lock_guard lock(m_mutex);
         return root < m_roots.size() ? m_roots[root].reads : 0;
+    }
+    /// How many of them wait.
+    std::size_t waiting(std::size_t root) const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_roots[root].waiting.size();
+    }
+    /// Whether an event or a directory was closed while a read of it waited.
+    bool wasClosedEarly() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_wasClosedEarly;
     }
     /// From now on no read of this root can be started.
     void refuse(std::size_t root)
@@ -50,73 +64,143 @@ public:
     void end(std::size_t root, ULONG_PTR status, const QString& name = {})
     {
         const std::lock_guard lock(m_mutex);
-        endLocked(root, status, name);
+        endLocked(root, {status, name});
     }
-    /// Ends a read of @p root while the next one of @p starting is being started, once, before what that
-    /// does to its event.
-    void endDuringStart(std::size_t starting, std::size_t root, const QString& name)
+    /// Changes in a root before the watcher has seen any of them.
+    void endTogether(std::size_t root, const QStringList& names)
     {
         const std::lock_guard lock(m_mutex);
-        m_duringStart = DuringStart{starting, root, name};
+        for (const QString& name : names)
+            endLocked(root, {success, name});
+    }
+    /// Ends a read of @p root at a moment of the watcher's: before or after its call with that number from now.
+    void endAtMoment(int moment, std::size_t root, ULONG_PTR status, const QString& name)
+    {
+        const std::lock_guard lock(m_mutex);
+        m_momentsLeft = moment;
+        m_atMoment = {status, name};
+        m_rootAtMoment = root;
+    }
+    /// Whether that moment has come.
+    bool hasMomentPassed() const
+    {
+        const std::lock_guard lock(m_mutex);
+        return m_momentsLeft == never;
+    }
+    /// To be called before and after each of the watcher's calls.
+    void passMoment()
+    {
+        const std::lock_guard lock(m_mutex);
+        passMomentLocked();
     }
 
     bool start(HANDLE directory, void* buffer, OVERLAPPED* overlapped)
     {
         const std::lock_guard lock(m_mutex);
-        auto root = std::find_if(m_roots.begin(), m_roots.end(),
-                                 [directory](const Root& known) { return known.directory == directory; });
+        auto root = find(directory);
         if (root == m_roots.end()) {
-            m_roots.push_back({directory});
-            root = m_roots.end() - 1;
+            root = m_roots.emplace(m_roots.end());
+            root->directory = directory;
         }
+        passMomentLocked();
         ++root->reads;
         if (root->isRefused)
             return false;
-        root->buffer = buffer;
-        root->overlapped = overlapped;
-        if (m_duringStart && m_duringStart->starting == static_cast<std::size_t>(root - m_roots.begin())) {
-            const DuringStart read = *m_duringStart;
-            m_duringStart.reset();
-            endLocked(read.ending, success, read.name);
-        }
         ResetEvent(overlapped->hEvent);
         overlapped->Internal = pending;
+        root->waiting.push_back({buffer, overlapped});
+        if (root->kept) {
+            const End end = *root->kept;
+            root->kept.reset();
+            endLocked(static_cast<std::size_t>(root - m_roots.begin()), end);
+        }
+        passMomentLocked();
         return true;
+    }
+    /// The reads that wait do not end at once, but one with each wait that follows.
+    void cancel(HANDLE directory)
+    {
+        const std::lock_guard lock(m_mutex);
+        const auto root = find(directory);
+        if (root != m_roots.end())
+            root->isCancelled = true;
+    }
+    void endACancelledRead()
+    {
+        const std::lock_guard lock(m_mutex);
+        for (std::size_t number = 0; number < m_roots.size(); ++number) {
+            if (m_roots[number].isCancelled && !m_roots[number].waiting.empty())
+                return endLocked(number, {cancelled, QStringLiteral("nobody's any more")});
+        }
+    }
+    void close(HANDLE handle)
+    {
+        const std::lock_guard lock(m_mutex);
+        for (const Root& root : m_roots) {
+            for (const Waiting& read : root.waiting)
+                m_wasClosedEarly = m_wasClosedEarly || handle == root.directory || handle == read.overlapped->hEvent;
+        }
     }
 
 private:
+    struct Waiting
+    {
+        void* buffer;
+        OVERLAPPED* overlapped;
+    };
+    struct End
+    {
+        ULONG_PTR status = success;
+        QString name;
+    };
     struct Root
     {
         HANDLE directory = nullptr;
         int reads = 0;
         bool isRefused = false;
-        void* buffer = nullptr;
-        OVERLAPPED* overlapped = nullptr;
+        bool isCancelled = false;
+        std::deque<Waiting> waiting;
+        std::optional<End> kept; ///< how the next read ends at once
     };
+    static constexpr int never = -1;
 
-    struct DuringStart
+    std::vector<Root>::iterator find(HANDLE directory)
     {
-        std::size_t starting;
-        std::size_t ending;
-        QString name;
-    };
+        return std::find_if(m_roots.begin(), m_roots.end(),
+                            [directory](const Root& known) { return known.directory == directory; });
+    }
 
-    void endLocked(std::size_t number, ULONG_PTR status, const QString& name)
+    void passMomentLocked()
     {
-        const Root& root = m_roots[number];
-        if (!name.isEmpty()) {
-            auto* entry = static_cast<FILE_NOTIFY_INFORMATION*>(root.buffer);
-            entry->Action = FILE_ACTION_MODIFIED;
-            entry->FileNameLength = static_cast<DWORD>(name.size()) * sizeof(wchar_t);
-            std::memcpy(entry->FileName, name.utf16(), entry->FileNameLength);
+        if (m_momentsLeft != never && m_momentsLeft-- == 0)
+            endLocked(m_rootAtMoment, m_atMoment);
+    }
+
+    void endLocked(std::size_t number, const End& end)
+    {
+        Root& root = m_roots[number];
+        if (root.waiting.empty()) { // there is room for one
+            root.kept = root.kept ? End{overflow, {}} : end;
+            return;
         }
-        root.overlapped->Internal = status;
-        SetEvent(root.overlapped->hEvent);
+        const Waiting read = root.waiting.front();
+        root.waiting.pop_front();
+        if (!end.name.isEmpty()) {
+            auto* entry = static_cast<FILE_NOTIFY_INFORMATION*>(read.buffer);
+            entry->Action = FILE_ACTION_MODIFIED;
+            entry->FileNameLength = static_cast<DWORD>(end.name.size()) * sizeof(wchar_t);
+            std::memcpy(entry->FileName, end.name.utf16(), entry->FileNameLength);
+        }
+        read.overlapped->Internal = end.status;
+        SetEvent(read.overlapped->hEvent);
     }
 
     mutable std::mutex m_mutex;
     std::vector<Root> m_roots;
-    std::optional<DuringStart> m_duringStart;
+    int m_momentsLeft = never;
+    End m_atMoment;
+    std::size_t m_rootAtMoment = 0;
+    bool m_wasClosedEarly = false;
 };
 
 Reader& reader()
@@ -191,8 +275,41 @@ DWORD WINAPI waitForMultipleObjects(DWORD count, const HANDLE* handles, BOOL all
         --calls().failingWaits;
         return WAIT_FAILED;
     }
+    reader().passMoment();
     static const auto wait = systems(&waitForMultipleObjects, "WaitForMultipleObjects");
-    return wait(count, handles, all, timeout);
+    const DWORD result = wait(count, handles, all, timeout);
+    reader().passMoment();
+    return result;
+}
+
+DWORD WINAPI waitForSingleObject(HANDLE handle, DWORD timeout)
+{
+    reader().endACancelledRead();
+    reader().passMoment();
+    static const auto wait = systems(&waitForSingleObject, "WaitForSingleObject");
+    const DWORD result = wait(handle, timeout);
+    reader().passMoment();
+    return result;
+}
+
+BOOL WINAPI getOverlappedResult(HANDLE directory, OVERLAPPED* overlapped, DWORD* bytes, BOOL wait)
+{
+    reader().passMoment();
+    static const auto get = systems(&getOverlappedResult, "GetOverlappedResult");
+    return get(directory, overlapped, bytes, wait);
+}
+
+BOOL WINAPI cancelIo(HANDLE directory)
+{
+    reader().cancel(directory);
+    return TRUE;
+}
+
+BOOL WINAPI closeHandle(HANDLE handle)
+{
+    reader().close(handle);
+    static const auto close = systems(&closeHandle, "CloseHandle");
+    return close(handle);
 }
 
 } // namespace
@@ -203,7 +320,74 @@ decltype(&ReadDirectoryChangesW) __imp_ReadDirectoryChangesW = readDirectoryChan
 decltype(&CreateFileW) __imp_CreateFileW = createFile;
 decltype(&CreateEventW) __imp_CreateEventW = createEvent;
 decltype(&WaitForMultipleObjects) __imp_WaitForMultipleObjects = waitForMultipleObjects;
+decltype(&WaitForSingleObject) __imp_WaitForSingleObject = waitForSingleObject;
+decltype(&GetOverlappedResult) __imp_GetOverlappedResult = getOverlappedResult;
+decltype(&CancelIo) __imp_CancelIo = cancelIo;
+decltype(&CloseHandle) __imp_CloseHandle = closeHandle;
 }
+
+namespace
+{
+
+/// A function that Qt's core takes from another library, replaced as long as this lives.
+class ImportOfQt final
+{
+    Q_DISABLE_COPY_MOVE(ImportOfQt)
+
+public:
+    template<typename Function>
+    ImportOfQt(const char* name, Function replacement)
+        : m_place(find(name))
+        , m_original(*m_place)
+    {
+        put(reinterpret_cast<ULONG_PTR>(replacement));
+    }
+    ~ImportOfQt()
+    {
+        put(m_original);
+    }
+
+private:
+    static ULONG_PTR* find(const char* name)
+    {
+        auto* image = reinterpret_cast<char*>(GetModuleHandleW(L"Qt5Core.dll"));
+        const auto* headers =
+            reinterpret_cast<IMAGE_NT_HEADERS*>(image + reinterpret_cast<IMAGE_DOS_HEADER*>(image)->e_lfanew);
+        const DWORD imports = headers->OptionalHeader.DataDirectory[IMAGE_DIRECTORY_ENTRY_IMPORT].VirtualAddress;
+        for (auto* library = reinterpret_cast<IMAGE_IMPORT_DESCRIPTOR*>(image + imports); library->Name != 0;
+             ++library) {
+            const auto* names = reinterpret_cast<IMAGE_THUNK_DATA*>(image + library->OriginalFirstThunk);
+            auto* places = reinterpret_cast<IMAGE_THUNK_DATA*>(image + library->FirstThunk);
+            for (; names->u1.AddressOfData != 0; ++names, ++places) {
+                const auto* entry = reinterpret_cast<IMAGE_IMPORT_BY_NAME*>(image + names->u1.AddressOfData);
+                if (!IMAGE_SNAP_BY_ORDINAL(names->u1.Ordinal) &&
+                    std::strcmp(reinterpret_cast<const char*>(entry->Name), name) == 0)
+                    return &places->u1.Function;
+            }
+        }
+        qFatal("Qt does not use %s", name);
+    }
+    void put(ULONG_PTR function)
+    {
+        DWORD protection = 0;
+        VirtualProtect(m_place, sizeof *m_place, PAGE_READWRITE, &protection);
+        *m_place = function;
+        VirtualProtect(m_place, sizeof *m_place, protection, &protection);
+    }
+
+    ULONG_PTR* m_place;
+    ULONG_PTR m_original;
+};
+
+std::atomic<int> askedShortcuts = 0;
+
+HRESULT WINAPI countShortcuts(const GUID*, void*, DWORD, const GUID*, void**)
+{
+    ++askedShortcuts;
+    return E_FAIL;
+}
+
+} // namespace
 
 /// What the watcher makes of reads that end in every way that the system has.
 class WinFileWatcherWinTest final : public Test
@@ -214,6 +398,8 @@ class WinFileWatcherWinTest final : public Test
     QStringList m_roots;
     std::unique_ptr<Watch> m_watch;
 
+    void letReadsWait();
+
 protected:
     void setUp() override;
     void tearDown() override;
@@ -221,11 +407,16 @@ protected:
 private slots:
     void everyRootIsReadByTheTimeTheWatcherIsThere();
     void everyRootIsReadAgainInEveryPass();
+    void readsThatWaitAreLimitedUntilOneEnds();
+    void changesThatEndSeveralWaitingReadsAreAllReported();
+    void changesWhileNoReadWaitsReportTheRoot();
     void readThatEndsWithoutBytesReportsTheRoot_data();
     void readThatEndsWithoutBytesReportsTheRoot();
     void rootThatCannotBeReadAnyMoreIsSilent();
-    void changeBetweenTheReportsOfAnotherRootIsReported();
-    void changeDuringTheStartOfAReadIsReported();
+    void changeAtAnyMomentOfAPassIsReported_data();
+    void changeAtAnyMomentOfAPassIsReported();
+    void nothingOfAReadIsFreedBeforeItHasEnded();
+    void changedShortcutIsNotAskedWhereItLeads();
     void moreRootsThanTheSystemWaitsForSwitchTheWatcherOff();
     void directoryIsOpenedSoThatNobodyIsKeptOut();
     void namesAndWritesInTheWholeTreeAreAskedFor();
@@ -256,6 +447,7 @@ void WinFileWatcherWinTest::tearDown()
 void WinFileWatcherWinTest::everyRootIsReadByTheTimeTheWatcherIsThere()
 {
     // No change is lost that is made right after.
+    m_watch.reset();
     for (int start = 0; start < 100; ++start) {
         reader().reset();
         const Watch watch(m_roots);
@@ -266,13 +458,60 @@ void WinFileWatcherWinTest::everyRootIsReadByTheTimeTheWatcherIsThere()
 
 void WinFileWatcherWinTest::everyRootIsReadAgainInEveryPass()
 {
-    for (int pass = 1; pass <= 20; ++pass) {
+    for (int pass = 1; pass <= mostReads; ++pass) {
         QCOMPARE(reader().reads(0), pass);
         QCOMPARE(reader().reads(1), pass);
         reader().end(1, success, QStringLiteral("file"));
         EVENTUALLY(reader().reads(1) == pass + 1);
     }
-    EVENTUALLY(m_watch->reported().size() == 20);
+    EVENTUALLY(m_watch->reported().size() == mostReads);
+}
+
+/// Lets the first root have all the reads that may wait for it; each report of the second starts one.
+void WinFileWatcherWinTest::letReadsWait()
+{
+    for (int pass = 1; pass <= mostReads; ++pass) {
+        reader().end(1, success, QStringLiteral("file"));
+        EVENTUALLY(reader().reads(1) == pass + 1);
+    }
+    EVENTUALLY(m_watch->reported().size() == mostReads);
+    m_watch->forget();
+}
+
+void WinFileWatcherWinTest::readsThatWaitAreLimitedUntilOneEnds()
+{
+    letReadsWait();
+    QCOMPARE(reader().waiting(0), std::size_t(mostReads));
+    reader().end(1, success, QStringLiteral("file"));
+    EVENTUALLY(reader().reads(1) == mostReads + 2);
+    QCOMPARE(reader().reads(0), mostReads);
+    reader().end(0, success, QStringLiteral("file"));
+    EVENTUALLY(reader().reads(0) == mostReads + 1);
+    QCOMPARE(reader().waiting(0), std::size_t(mostReads));
+}
+
+void WinFileWatcherWinTest::changesThatEndSeveralWaitingReadsAreAllReported()
+{
+    letReadsWait();
+    QStringList names;
+    QStringList directories;
+    for (int i = 0; i < mostReads; ++i) {
+        directories << m_roots.at(0) + u'/' + QString::number(i);
+        names << QString::number(i) + QStringLiteral("\\file");
+    }
+    reader().endTogether(0, names);
+    EVENTUALLY(m_watch->reported().size() == mostReads);
+    QCOMPARE(m_watch->reported(), directories);
+}
+
+void WinFileWatcherWinTest::changesWhileNoReadWaitsReportTheRoot()
+{
+    QStringList names;
+    for (int i = 0; i < 5; ++i)
+        names << QString::number(i) + QStringLiteral("\\file");
+    reader().endTogether(0, names); // one read waits, and one change is kept
+    EVENTUALLY(m_watch->hasReported(m_roots.at(0)));
+    EVENTUALLY(m_watch->hasReported(m_roots.at(0) + QStringLiteral("/0")));
 }
 
 void WinFileWatcherWinTest::readThatEndsWithoutBytesReportsTheRoot_data()
@@ -311,21 +550,59 @@ void WinFileWatcherWinTest::rootThatCannotBeReadAnyMoreIsSilent()
     QCOMPARE(m_watch->reported().count(m_roots.at(1)), 4);
 }
 
-void WinFileWatcherWinTest::changeBetweenTheReportsOfAnotherRootIsReported()
+void WinFileWatcherWinTest::changeAtAnyMomentOfAPassIsReported_data()
 {
-    reader().endDuringStart(0, 1, QStringLiteral("file"));
-    reader().end(0, success, QStringLiteral("file"));
-    EVENTUALLY(m_watch->hasReported(m_roots.at(0)));
-    EVENTUALLY(m_watch->hasReported(m_roots.at(1)));
+    constexpr int moments = 24; // of two passes
+    QTest::addColumn<int>("moment");
+    QTest::addColumn<qulonglong>("status");
+    QTest::addColumn<QString>("name");
+    QTest::addColumn<QString>("reported");
+    for (int moment = 0; moment < moments; ++moment) {
+        const QByteArray number = QByteArray::number(moment);
+        QTest::newRow(("change " + number).constData())
+            << moment << qulonglong(success) << QStringLiteral("directory\\file") << QStringLiteral("/directory");
+        QTest::newRow(("overflow " + number).constData()) << moment << qulonglong(overflow) << QString() << QString();
+    }
 }
 
-void WinFileWatcherWinTest::changeDuringTheStartOfAReadIsReported()
+void WinFileWatcherWinTest::changeAtAnyMomentOfAPassIsReported()
 {
-    // An earlier read of the same root is still under way, and takes it.
-    reader().endDuringStart(1, 1, QStringLiteral("file"));
+    QFETCH(int, moment);
+    QFETCH(qulonglong, status);
+    QFETCH(QString, name);
+    QFETCH(QString, reported);
+    reader().endAtMoment(moment, 1, status, name);
     reader().end(0, success, QStringLiteral("file"));
     EVENTUALLY(m_watch->hasReported(m_roots.at(0)));
+    while (!reader().hasMomentPassed()) {
+        const int passes = reader().reads(0);
+        reader().end(0, success, QStringLiteral("file"));
+        EVENTUALLY(reader().reads(0) > passes);
+    }
+    EVENTUALLY(m_watch->hasReported(m_roots.at(1) + reported));
+}
+
+void WinFileWatcherWinTest::nothingOfAReadIsFreedBeforeItHasEnded()
+{
+    letReadsWait();
+    m_watch->stop();
+    QCOMPARE(reader().waiting(0), std::size_t(0));
+    QCOMPARE(reader().waiting(1), std::size_t(0));
+    QVERIFY(!reader().wasClosedEarly());
+}
+
+void WinFileWatcherWinTest::changedShortcutIsNotAskedWhereItLeads()
+{
+    const QString shortcut = m_roots.at(1) + QStringLiteral("/shortcut.lnk");
+    QVERIFY(QFile::link(m_roots.at(0), shortcut));
+    const ImportOfQt countedCalls("CoCreateInstance", &countShortcuts);
+    askedShortcuts = 0;
+    (void)QFileInfo(shortcut).isDir();
+    QVERIFY(askedShortcuts > 0);
+    askedShortcuts = 0;
+    reader().end(1, success, QStringLiteral("shortcut.lnk"));
     EVENTUALLY(m_watch->hasReported(m_roots.at(1)));
+    QCOMPARE(askedShortcuts.load(), 0);
 }
 
 void WinFileWatcherWinTest::moreRootsThanTheSystemWaitsForSwitchTheWatcherOff()
