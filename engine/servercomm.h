@@ -45,6 +45,8 @@ public:
     bool postConfig();
     /// Whether the engine is wanted (not whether its process runs).
     bool running() const;
+    /// Whether an engine's process is there, also one that is switched off and has not ended yet.
+    bool hasProcess() const;
     /// Has the facts of another computer told than of this one, for tests.
     void setMachine(std::function<Machine()> machine);
     /// Stretches (or, with 0, drops) the waits of launches after repeated deaths, for tests.

@@ -175,6 +175,11 @@ bool ServerComm::running() const
     return m_running;
 }
 
+bool ServerComm::hasProcess() const
+{
+    return m_process->state() != QProcess::NotRunning;
+}
+
 bool ServerComm::postConfig()
 {
     if (m_process->state() != QProcess::Running) {

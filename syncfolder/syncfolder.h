@@ -2,6 +2,8 @@
 
 #include "syncfolder/winfilewatcher.h"
 
+#include <QBasicTimer>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QList>
 #include <QObject>
@@ -11,6 +13,7 @@
 #include <QStringList>
 #include <QVariantList>
 
+#include <functional>
 #include <memory>
 
 class PickHomepath;
@@ -41,13 +44,20 @@ public:
     QVariantList readRoots() const;
     /// Remembers the engine's cache directory inside @p root, if it has one.
     void findCacheDir(const QDir& root);
-    /// Moves the sync folder to @p newPath (its full new path, which must not exist).
-    void moveRoot(const QString& newPath);
+    /// Told the reason, in the user's language.
+    using MoveFailed = std::function<void(const QString& reason)>;
+    /// Moves the sync folder to @p newPath (its full new path, which must not exist). The engine may have files open
+    /// below, so it is switched off and its end waited for, up to 3 s, with the event loop running; it is switched on
+    /// again in any case. @p failed is called if the folder could not be moved, while this object lives.
+    void moveRoot(const QString& newPath, MoveFailed failed = {});
 
     /// Full path of the last root that passed the check at start; empty until then.
     const QString& rootPath() const;
     /// Id of the account whose roots are loaded; 0 for none.
     quint64 uid() const;
+
+protected:
+    void timerEvent(QTimerEvent* event) override;
 
 signals:
     // Both pass a list that ends with the call: connect them directly.
@@ -68,6 +78,17 @@ private slots:
 private:
     QString rootsFile() const;
     void destroyWatcher();
+    void finishMove();
+
+    /// The move that waits for the engine's end.
+    struct Move
+    {
+        QBasicTimer look;
+        QDeadlineTimer deadline;
+        QString path;
+        QString newPath;
+        MoveFailed failed;
+    };
 
     ServerComm* m_server;
     QSettings m_settings; ///< kept open: to open them takes longer than all that a report does
@@ -81,5 +102,6 @@ private:
     bool m_reportAgain = false;
     qint64 m_lastChangeTime; ///< ms since the epoch
     QDir m_cacheDir;
+    Move m_move;
     std::unique_ptr<WinFileWatcher, WinFileWatcher::Release> m_watcher;
 };

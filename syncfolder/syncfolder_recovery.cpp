@@ -2,6 +2,7 @@
 #include "engine/privatefiles.h"
 #include "engine/servercomm.h"
 #include "syncfolder/pickhomepath.h"
+#include "syncfolder/renamefolder.h"
 #include "syncfolder/syncfolder.h"
 #include "json/asciijson.h"
 #include "json/json.h"
@@ -11,12 +12,17 @@
 #include <QFile>
 #include <QStandardPaths>
 #include <QTimer>
+#include <QTimerEvent>
+
+#include <utility>
 
 namespace
 {
 
 constexpr int eventCheckInterval = 60000; // ms
 constexpr int eventCheckDelay = 5000;     // ms
+constexpr int engineEndTimeout = 3000;    // ms
+constexpr int engineEndLook = 20;         // ms
 
 } // namespace
 
@@ -97,7 +103,7 @@ void SyncFolder::RootDeleted()
     m_server->toggleServer(true);
 }
 
-void SyncFolder::moveRoot(const QString& newPath)
+void SyncFolder::moveRoot(const QString& newPath, MoveFailed failed)
 {
     const QVariantList roots = readRoots();
     if (roots.isEmpty()) {
@@ -108,10 +114,41 @@ void SyncFolder::moveRoot(const QString& newPath)
     QDir dir(root.value(QStringLiteral("path")).toString());
     if (!dir.cd(root.value(QStringLiteral("name")).toString()))
         return;
+    m_move.path = dir.path();
+    m_move.newPath = newPath;
+    m_move.failed = std::move(failed);
     m_server->toggleServer(false);
-    if (dir.rename(dir.path(), newPath))
-        RootPicked(newPath);
+    m_move.deadline.setRemainingTime(engineEndTimeout);
+    if (m_server->hasProcess())
+        m_move.look.start(engineEndLook, this);
+    else
+        finishMove();
+}
+
+void SyncFolder::timerEvent(QTimerEvent* event)
+{
+    if (event->timerId() != m_move.look.timerId()) {
+        QObject::timerEvent(event);
+        return;
+    }
+    if (m_server->hasProcess() && !m_move.deadline.hasExpired())
+        return;
+    m_move.look.stop();
+    finishMove();
+}
+
+void SyncFolder::finishMove()
+{
+    const QString reason = renameFolder(m_move.path, m_move.newPath);
+    if (reason.isEmpty())
+        RootPicked(m_move.newPath);
     m_server->toggleServer(true);
+    if (reason.isEmpty())
+        return;
+    ORVEL_LOG << "syncfolder:"
+              << "Unable to move" << m_move.path << "to" << m_move.newPath << reason;
+    if (m_move.failed)
+        m_move.failed(reason);
 }
 
 // A probe for platforms whose change notifications can stall. Nothing starts it on the present ones.

@@ -1,6 +1,7 @@
 #include "syncfolder/winfilewatcher.h"
 
 #include "base/log.h"
+#include "base/longpath.h"
 #include "syncfolder/filenotify.h"
 
 #include <QDir>
@@ -174,7 +175,7 @@ WinFileWatcher::WinFileWatcher(const QStringList& paths, QObject* parent)
         auto record = std::make_unique<ChangeRecord>();
         record->path = QDir::fromNativeSeparators(path);
         record->directoryHandle =
-            Handle(CreateFileW(reinterpret_cast<const wchar_t*>(path.utf16()), FILE_LIST_DIRECTORY,
+            Handle(CreateFileW(base::ofAnyLength(path).c_str(), FILE_LIST_DIRECTORY,
                                FILE_SHARE_READ | FILE_SHARE_WRITE | FILE_SHARE_DELETE, nullptr, OPEN_EXISTING,
                                FILE_FLAG_BACKUP_SEMANTICS | FILE_FLAG_OVERLAPPED, nullptr));
         if (!record->directoryHandle.isValid()) {

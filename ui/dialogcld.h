@@ -95,6 +95,7 @@ private:
     void createTray();
     void endTrayWatch();
     void setTrayIcon(const QString& resource);
+    void warn(const QString& text);
     QAction* addAction(const QString& text, const char* slot);
 
     std::unique_ptr<ServerComm> m_server;

@@ -190,15 +190,20 @@ void DialogCld::changeRoot()
     const QString newRoot = picked + QLatin1Char('/') + folderName;
     if (!QDir(newRoot).exists()) {
         m_panel.folderPath->setText(newRoot);
-        m_syncFolder->moveRoot(newRoot);
+        m_syncFolder->moveRoot(newRoot, [this, current](const QString& reason) {
+            m_panel.folderPath->setText(current);
+            warn(tr("The folder could not be moved:") + QLatin1Char(' ') + reason);
+        });
         return;
     }
     ORVEL_LOG << "maindlg:"
               << "New path exists!";
-    auto* box =
-        new QMessageBox(QMessageBox::Warning, tr("Error"),
-                        tr("Folder named") + QLatin1Char(' ') + folderName + QLatin1Char(' ') + tr("already exists."),
-                        QMessageBox::Ok, this);
+    warn(tr("Folder named") + QLatin1Char(' ') + folderName + QLatin1Char(' ') + tr("already exists."));
+}
+
+void DialogCld::warn(const QString& text)
+{
+    auto* box = new QMessageBox(QMessageBox::Warning, tr("Error"), text, QMessageBox::Ok, this);
     box->setAttribute(Qt::WA_DeleteOnClose);
     box->open();
 }

@@ -97,6 +97,10 @@
         <translation>Error</translation>
     </message>
     <message>
+        <source>The folder could not be moved:</source>
+        <translation>The folder could not be moved:</translation>
+    </message>
+    <message>
         <source>Folder named</source>
         <translation>A folder named</translation>
     </message>

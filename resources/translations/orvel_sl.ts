@@ -83,6 +83,10 @@
         <translation>Napaka</translation>
     </message>
     <message>
+        <source>The folder could not be moved:</source>
+        <translation>Mape ni bilo mogoče premakniti:</translation>
+    </message>
+    <message>
         <source>Folder named</source>
         <translation>Mapa z imenom</translation>
     </message>

@@ -212,7 +212,7 @@ private slots:
         createForAccount();
         const QString moved = m_roots->path() + QStringLiteral("/elsewhere/Root");
         m_folder->moveRoot(moved);
-        QCOMPARE(readFile(moved + QStringLiteral("/file")), QByteArray("x"));
+        EVENTUALLY_EQUAL(readFile(moved + QStringLiteral("/file")), QByteArray("x"));
         QVERIFY(!QFileInfo::exists(root));
         QVERIFY(m_folder->validRootPaths(account));
         QCOMPARE(m_folder->rootPath(), moved);
@@ -231,7 +231,7 @@ private slots:
                        : QString();
         });
         m_folder->moveRoot(moved);
-        QVERIFY(QFileInfo(moved).isDir());
+        EVENTUALLY(QFileInfo(moved).isDir());
         QCOMPARE(watch.notes(), (QStringList{QStringLiteral("false before"), QStringLiteral("true after"),
                                              QStringLiteral("true after")}));
     }
@@ -241,10 +241,39 @@ private slots:
         const QString root = makeRoot(QStringLiteral("Root"));
         writeRoots({root});
         createForAccount();
-        m_folder->moveRoot(m_roots->path() + QStringLiteral("/no/such/parent/Root"));
+        QString reason;
+        m_folder->moveRoot(m_roots->path() + QStringLiteral("/no/such/parent/Root"),
+                           [&](const QString& why) { reason = why; });
+        EVENTUALLY(!reason.isEmpty());
         QVERIFY(QFileInfo(root).isDir());
         QVERIFY(m_folder->validRootPaths(account));
         QVERIFY(m_server->running());
+    }
+
+    void rootIsMovedOnlyWhenTheEngineHasEnded()
+    {
+        const QString root = makeRoot(QStringLiteral("Root"));
+        writeRoots({root});
+        createForAccount();
+        EVENTUALLY(m_engine->isConnected());
+        const QString moved = m_roots->path() + QStringLiteral("/Moved");
+        m_folder->moveRoot(moved);
+        QVERIFY(m_server->hasProcess());
+        QVERIFY(QFileInfo(root).isDir());
+        QVERIFY(!QFileInfo::exists(moved));
+        EVENTUALLY(QFileInfo(moved).isDir());
+        EVENTUALLY_EQUAL(m_engine->starts().size(), 2);
+    }
+
+    void moveOntoAnEmptyFolderFails()
+    {
+        const QString root = makeRoot(QStringLiteral("Root"));
+        writeRoots({root});
+        createForAccount();
+        QString reason;
+        m_folder->moveRoot(makeRoot(QStringLiteral("taken")), [&](const QString& why) { reason = why; });
+        EVENTUALLY(!reason.isEmpty());
+        QVERIFY(QFileInfo(root).isDir());
     }
 
     void moveWithoutRootsOnlyPicksThePlace()

@@ -237,11 +237,31 @@ private slots:
         answerWith(place.path());
         m_dialog->changeRoot();
         const QString moved = place.path() + QStringLiteral("/Orvel Storage");
-        QCOMPARE(readFile(moved + QStringLiteral("/file")), QByteArray("x"));
+        EVENTUALLY_EQUAL(readFile(moved + QStringLiteral("/file")), QByteArray("x"));
         QCOMPARE(m_dialog->panel().folderPath->text(), moved);
         QVERIFY(log().contains(QStringLiteral("maindlg: change root")));
         QVERIFY(log().contains(QStringLiteral("maindlg: movedpath ") + place.path()));
         EVENTUALLY_EQUAL(m_engine->starts().size(), 2);
+    }
+
+    void placeThatCannotTakeTheFolderLeavesTheOldOneShownAndTheReason()
+    {
+        const QTemporaryDir old;
+        create().show();
+        registerRoot(7, old.path(), QStringLiteral("Orvel Storage"));
+        const QString root = old.path() + QStringLiteral("/Orvel Storage");
+        QVERIFY(QDir().mkpath(root));
+        sayState("ok", 7);
+        QList<QDir> roots{QDir(root)};
+        m_dialog->rootsChanged(roots);
+        answerWith(old.path() + QStringLiteral("/gone"));
+        m_dialog->changeRoot();
+        EVENTUALLY(box() && box()->isVisible());
+        QCOMPARE(m_dialog->panel().folderPath->text(), root);
+        const QString text = QStringLiteral("The folder could not be moved: ");
+        QVERIFY2(box()->text().startsWith(text) && box()->text().size() > text.size(), qPrintable(box()->text()));
+        QVERIFY(QFileInfo(root).isDir());
+        box()->close();
     }
 
     void pickedPlaceBeforeTheFirstSignInIsKeptForTheEngine()
