@@ -41,11 +41,11 @@ QByteArray line(const char* key, const QString& value)
 
 QByteArray desktopIni(const QString& program)
 {
-    return "[.ShellClassInfo]\n"
-           "IconFile=" +
-           program.toLocal8Bit() +
-           "\r\n"
-           "IconIndex=1\n";
+    const QString text = QStringLiteral("[.ShellClassInfo]\nIconFile=") + program + QStringLiteral("\r\nIconIndex=1\n");
+    QByteArray content("\xff\xfe");
+    for (const QChar unit : text)
+        content += QByteArray(1, static_cast<char>(unit.cell())) + static_cast<char>(unit.row());
+    return content;
 }
 
 QString shortcutPath(const QString& folder, const QString& name)

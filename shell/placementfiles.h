@@ -8,8 +8,8 @@
 namespace placement
 {
 
-/// The content of a folder's desktop.ini that gives it the icon of @p program. The path stands in the
-/// code page of the system, as Windows reads such files.
+/// The content of a folder's desktop.ini that gives it the icon of @p program. UTF-16 with a
+/// mark: Windows would read anything else in the code page of the system, which lacks letters that names have.
 QByteArray desktopIni(const QString& program);
 
 /// The path of the shortcut @p name in @p folder, with the separator of Windows before its name.

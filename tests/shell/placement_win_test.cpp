@@ -12,6 +12,7 @@
 
 #include <objbase.h>
 
+#include <array>
 #include <string>
 
 using namespace placement;
@@ -149,6 +150,26 @@ private slots:
         setFolderIcon(m_root, QStringLiteral("C:\\a longer path than the next one\\orvel.exe"));
         setFolderIcon(m_root, m_program);
         QCOMPARE(readFile(m_root.path() + QStringLiteral("/desktop.ini")), desktopIni(m_program));
+    }
+
+    void systemReadsTheIconOfAFolderWhateverItsProgramIsCalled_data()
+    {
+        QTest::addColumn<QString>("program");
+        QTest::newRow("in the code page") << QStringLiteral("C:\\\u017diga\\orvel.exe");
+        QTest::newRow("not in a western one") << QStringLiteral("C:\\Ma\u010dek\\orvel.exe");
+        QTest::newRow("in none") << QStringLiteral("C:\\\u96f2 \u043e\\orvel.exe");
+    }
+    void systemReadsTheIconOfAFolderWhateverItsProgramIsCalled()
+    {
+        QFETCH(QString, program);
+        const QString path = m_root.path() + QStringLiteral("/desktop.ini");
+        writeFile(path, "[.ShellClassInfo]\nIconFile=" + program.toLocal8Bit() + "\r\nIconIndex=1\n"); // as before
+        setFolderIcon(m_root, program);
+        std::array<wchar_t, MAX_PATH> icon = {};
+        const auto size = static_cast<DWORD>(icon.size());
+        GetPrivateProfileStringW(L".ShellClassInfo", L"IconFile", L"", icon.data(), size, native(path).c_str());
+        QCOMPARE(QString::fromWCharArray(icon.data()), program);
+        QCOMPARE(GetPrivateProfileIntW(L".ShellClassInfo", L"IconIndex", 0, native(path).c_str()), UINT(1));
     }
 
     void linkGoesIntoLinksWithTheFirstIconOrOnTheDesktopOfXpWithTheSecond_data()

@@ -2,23 +2,31 @@
 
 #include "tests/support/test.h"
 
+#include <QTextCodec>
+
 using namespace placement;
 
 class PlacementFilesTest final : public Test
 {
     Q_OBJECT
 
+    static QString text(const QByteArray& utf16)
+    {
+        return QTextCodec::codecForName("UTF-16")->toUnicode(utf16); // the mark tells the order of the bytes
+    }
+
 private slots:
     void desktopIniEndsOnlyTheLineOfTheIconWithCarriageReturn()
     {
-        QCOMPARE(desktopIni(QStringLiteral("C:\\Orvel Storage\\orvel.exe")),
-                 QByteArray("[.ShellClassInfo]\nIconFile=C:\\Orvel Storage\\orvel.exe\r\nIconIndex=1\n"));
+        QCOMPARE(text(desktopIni(QStringLiteral("C:\\Orvel Storage\\orvel.exe"))),
+                 QStringLiteral("[.ShellClassInfo]\nIconFile=C:\\Orvel Storage\\orvel.exe\r\nIconIndex=1\n"));
     }
 
-    void desktopIniIsWrittenInTheCodePageOfTheSystem()
+    void desktopIniTakesAnyNameInUtf16WithAMark()
     {
-        const QString program = QStringLiteral("C:\\Users\\\u017Diga\\orvel.exe");
-        QVERIFY(desktopIni(program).contains("IconFile=" + program.toLocal8Bit() + "\r\n"));
+        QVERIFY(desktopIni(QStringLiteral("x")).startsWith(QByteArray("\xff\xfe[\0.\0S\0", 8)));
+        const QString program = QStringLiteral("C:\\Users\\Ma\u010Dek \u96f2\\orvel.exe");
+        QVERIFY(text(desktopIni(program)).contains(QStringLiteral("\nIconFile=") + program + QStringLiteral("\r\n")));
     }
 
     void shortcutIsCalledAfterItsTarget()
