@@ -1,7 +1,6 @@
 #include "syncfolder/folderchooser.h"
 
 #include <QFileDialog>
-#include <QPointer>
 
 namespace folderchooser
 {
@@ -9,18 +8,35 @@ namespace folderchooser
 namespace
 {
 
+/// The parent may be destroyed while the dialog runs. It must not take the dialog along: the system's own has a loop
+/// that goes on in it.
+class Chooser final : public QFileDialog
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(Chooser)
+
+public:
+    Chooser(QWidget* parent, const QString& caption, const QString& start)
+        : QFileDialog(parent, caption, start)
+    {
+        setFileMode(QFileDialog::Directory);
+        setOption(QFileDialog::ShowDirsOnly);
+        if (parent != nullptr)
+            connect(parent, SIGNAL(destroyed()), this, SLOT(leaveParent()));
+    }
+
+private slots:
+    void leaveParent()
+    {
+        reject();
+        setParent(nullptr);
+    }
+};
+
 QString runDialog(QWidget* parent, const QString& caption, const QString& start)
 {
-    // On the heap: the parent may be destroyed, and take the dialog with it, while the dialog runs.
-    const QPointer<QFileDialog> dialog(new QFileDialog(parent, caption, start));
-    dialog->setFileMode(QFileDialog::Directory);
-    dialog->setOption(QFileDialog::ShowDirsOnly);
-    const bool accepted = dialog->exec() == QDialog::Accepted;
-    if (!dialog)
-        return {};
-    const QString picked = accepted ? dialog->selectedFiles().value(0) : QString();
-    delete dialog;
-    return picked;
+    Chooser chooser(parent, caption, start);
+    return chooser.exec() == QDialog::Accepted ? chooser.selectedFiles().value(0) : QString();
 }
 
 Asker& replacement()
@@ -42,3 +58,5 @@ void setAsker(Asker asker)
 }
 
 } // namespace folderchooser
+
+#include "folderchooser.moc"

@@ -13,7 +13,7 @@ namespace folderchooser
 using Asker = std::function<QString(QWidget* parent, const QString& caption, const QString& start)>;
 
 /// The full path of the chosen folder, or empty when the user cancelled. The dialog runs the event loop:
-/// when @p parent is destroyed meanwhile, the dialog goes with it and the answer is empty.
+/// when @p parent is destroyed meanwhile, the dialog is closed and the answer is empty.
 QString ask(QWidget* parent, const QString& caption, const QString& start);
 
 /// Lets something else answer, for tests; an empty one brings the dialog back.

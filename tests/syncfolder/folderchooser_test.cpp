@@ -4,6 +4,7 @@
 
 #include <QApplication>
 #include <QFileDialog>
+#include <QPointer>
 #include <QTimer>
 
 /// The dialog that the user sees; those who ask are tested with another one in its place.
@@ -14,6 +15,8 @@ class FolderChooserTest final : public Test
     QString m_folder; ///< where the dialog begins
     QString m_answer; ///< what the user chooses; empty: nothing
     bool m_seen = false;
+    QWidget* m_parent = nullptr;
+    bool m_outlivesItsParent = false;
 
 protected:
     void setUp() override
@@ -32,6 +35,17 @@ private:
     }
 
 public slots:
+    void destroyParent()
+    {
+        QPointer<QFileDialog> dialog = m_parent->findChild<QFileDialog*>();
+        if (!dialog || !dialog->isVisible()) {
+            QTimer::singleShot(1, this, SLOT(destroyParent())); // not shown yet
+            return;
+        }
+        delete m_parent;
+        m_outlivesItsParent = dialog;
+    }
+
     void lookAtDialog()
     {
         auto* dialog = qobject_cast<QFileDialog*>(QApplication::activeModalWidget());
@@ -65,6 +79,15 @@ private slots:
         m_answer = m_folder + QStringLiteral("/chosen");
         QCOMPARE(ask(), m_answer);
         QVERIFY(m_seen);
+    }
+
+    void dialogIsClosedBeforeItGoesWhenItsParentIsDestroyed()
+    {
+        m_parent = new QWidget;
+        m_parent->show();
+        QTimer::singleShot(0, this, SLOT(destroyParent()));
+        QCOMPARE(folderchooser::ask(m_parent, QStringLiteral("Pick it"), m_folder), QString());
+        QVERIFY(m_outlivesItsParent);
     }
 
     void cancelledDialogGivesAnEmptyAnswer()
