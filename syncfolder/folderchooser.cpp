@@ -30,6 +30,7 @@ private slots:
     {
         reject();
         setParent(nullptr);
+        destroy(); // Windows would do that together with the parent's window
     }
 };
 

@@ -7,6 +7,17 @@
 #include <QPointer>
 #include <QTimer>
 
+namespace
+{
+
+#ifdef Q_OS_WIN
+constexpr bool isSystems = true;
+#else
+constexpr bool isSystems = false;
+#endif
+
+} // namespace
+
 /// The dialog that the user sees; those who ask are tested with another one in its place.
 class FolderChooserTest final : public Test
 {
@@ -76,6 +87,8 @@ public slots:
 private slots:
     void userIsAskedForADirectoryInTheSystemsDialog()
     {
+        if (isSystems)
+            QSKIP("the system's own dialog cannot be answered");
         m_answer = m_folder + QStringLiteral("/chosen");
         QCOMPARE(ask(), m_answer);
         QVERIFY(m_seen);
@@ -92,6 +105,8 @@ private slots:
 
     void cancelledDialogGivesAnEmptyAnswer()
     {
+        if (isSystems)
+            QSKIP("the system's own dialog cannot be answered");
         QCOMPARE(ask(), QString());
         QVERIFY(m_seen);
     }
