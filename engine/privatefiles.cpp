@@ -15,9 +15,6 @@ namespace privatefiles
 namespace
 {
 
-constexpr QFile::Permissions ownRights =
-    QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser | QFile::WriteUser | QFile::ExeUser;
-
 /// How the names of new texts begin; six letters follow.
 const QString unfinished = QStringLiteral(".orvel-unfinished-");
 
@@ -60,6 +57,7 @@ bool write(const QString& name, const QByteArray& content)
             return info.exists() && hasRoom ? writeInto(path, content, file.errorString())
                                             : failed(path, file.errorString());
         }
+        restrict(file.fileName());
         if (!writeWhole(file, content))
             return failed(path, file.errorString());
         newText = file.fileName();
@@ -70,13 +68,6 @@ bool write(const QString& name, const QByteArray& content)
     const QString reason = qt_error_string();
     QFile::remove(newText);
     return writeInto(path, content, reason);
-}
-
-void restrict(const QString& path)
-{
-    const QFile::Permissions permissions = QFile::permissions(path);
-    if ((permissions & ~ownRights) != 0)
-        QFile::setPermissions(path, permissions & ownRights);
 }
 
 void tidy(const QString& directory)

@@ -3,8 +3,8 @@
 #include <QByteArray>
 #include <QString>
 
-/// Files that are nobody's business but the user's: the configuration holds the password. Where the system
-/// has no permission bits, the user's profile protects them.
+/// Files that are nobody's business but the user's: the configuration holds the password. On Windows the system and
+/// its administrators, who could take the right themselves, keep theirs as in all of the user's profile.
 namespace privatefiles
 {
 
@@ -18,7 +18,8 @@ bool write(const QString& name, const QByteArray& content);
 /// set, when that cannot be; both are as they were then.
 bool replace(const QString& path, const QString& newText);
 
-/// Takes from everybody but the user what rights to the file or directory they have.
+/// Takes from everybody but the user what rights to the file or directory they have, on Windows with a log line where
+/// the disk knows no rights. What is made in a directory from then on is the user's alone, too.
 void restrict(const QString& path);
 
 /// Tidies up the directory at start: every JSON file in it is restricted, and the new texts that a killed write() left

@@ -7,6 +7,21 @@
 
 #include <cstdio>
 
+namespace
+{
+
+constexpr QFile::Permissions ownRights =
+    QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner | QFile::ReadUser | QFile::WriteUser | QFile::ExeUser;
+
+} // namespace
+
+void privatefiles::restrict(const QString& path)
+{
+    const QFile::Permissions permissions = QFile::permissions(path);
+    if ((permissions & ~ownRights) != 0)
+        QFile::setPermissions(path, permissions & ownRights);
+}
+
 bool privatefiles::replace(const QString& path, const QString& newText)
 {
     const QByteArray from = QFile::encodeName(newText);

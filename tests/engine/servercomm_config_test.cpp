@@ -4,6 +4,7 @@
 #include "json/json.h"
 
 #include <QFileInfo>
+#include <QRegularExpression>
 #include <QSignalSpy>
 #include <QStandardPaths>
 
@@ -18,6 +19,43 @@
 #include <sys/fsuid.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#endif
+
+#ifdef Q_OS_WIN
+namespace
+{
+
+/// Who may do what, as the system was told; a file system of Wine's keeps only a part of it.
+struct SetList
+{
+    QString path;
+    QString list;
+};
+
+QVector<SetList>& setLists()
+{
+    static QVector<SetList> lists;
+    return lists;
+}
+
+BOOL WINAPI setFileSecurity(const wchar_t* name, SECURITY_INFORMATION what, PSECURITY_DESCRIPTOR descriptor)
+{
+    wchar_t* text = nullptr;
+    ConvertSecurityDescriptorToStringSecurityDescriptorW(descriptor, SDDL_REVISION_1, DACL_SECURITY_INFORMATION, &text,
+                                                         nullptr);
+    setLists().append({QDir::fromNativeSeparators(QString::fromWCharArray(name)), QString::fromWCharArray(text)});
+    LocalFree(text);
+    static const auto set = reinterpret_cast<decltype(&setFileSecurity)>(
+        reinterpret_cast<void*>(GetProcAddress(GetModuleHandleW(L"advapi32.dll"), "SetFileSecurityW")));
+    return set(name, what, descriptor);
+}
+
+} // namespace
+
+// The linker takes this for the system's.
+extern "C" {
+decltype(&SetFileSecurityW) __imp_SetFileSecurityW = setFileSecurity;
+}
 #endif
 
 class ServerCommConfigTest final : public ServerCommTest
@@ -48,6 +86,18 @@ class ServerCommConfigTest final : public ServerCommTest
     }
 
 #ifdef Q_OS_WIN
+    const QString everybody = QStringLiteral(";;;WD)");
+
+    static void giveToEverybody(const QString& path)
+    {
+        PSECURITY_DESCRIPTOR descriptor = nullptr;
+        ConvertStringSecurityDescriptorToSecurityDescriptorW(L"D:P(A;OICI;FA;;;WD)", SDDL_REVISION_1, &descriptor,
+                                                             nullptr);
+        QVERIFY(SetFileSecurityW(QDir::toNativeSeparators(path).toStdWString().c_str(), DACL_SECURITY_INFORMATION,
+                                 descriptor));
+        LocalFree(descriptor);
+    }
+
     /// The list of who may do what, in the system's text form.
     static QString accessListOf(const QString& path)
     {
@@ -278,19 +328,51 @@ private slots:
                  QStringList{QStringLiteral("config.json")});
     }
 
-    void directoryAndFileHaveTheAccessListOfTheUsersProfile()
+    void directoryAndFilesAreTheUsersAlone()
     {
-        const QString profile = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-        const QString plainDirectory = profile + QStringLiteral("/plain");
-        const QString plainFile = plainDirectory + QStringLiteral("/file");
-        writeFile(plainFile, "content");
+        const QString directory = createServer().stateDir();
+        const QString roots = directory + QStringLiteral("/5.json");
+        writeFile(roots, "[]");
+        m_server->saveConfig(false);
+        const QStringList paths{directory, m_server->configPath(), roots};
+        for (const QString& path : paths) {
+            giveToEverybody(path);
+            QVERIFY2(accessListOf(path).contains(everybody), qPrintable(accessListOf(path)));
+        }
+        createServer();
+        const auto areTheUsers = [&] {
+            for (const QString& path : paths) {
+                const QString list = accessListOf(path);
+                QVERIFY2(list.contains(u'(') && !list.contains(everybody), qPrintable(list)); // the user keeps his own
+            }
+        };
+        areTheUsers();
+        giveToEverybody(directory); // what is made in it from now on would be everybody's, too
+        m_server->saveConfig(false);
+        QVERIFY(!accessListOf(m_server->configPath()).contains(everybody));
+        QVERIFY(readFile(m_server->configPath()).contains("statedir"));
+        QCOMPARE(log().filter(QStringLiteral("Unable to restrict")), QStringList());
+    }
+
+    void accessIsTheUsersTheSystemsAndItsAdministratorsAndNotTakenOverFromAbove()
+    {
+        setLists().clear();
         const QString directory = createServer().stateDir();
         m_server->saveConfig(false);
-        for (const QString& path : {directory, m_server->configPath()})
-            QVERIFY2(accessListOf(path).contains(u'('), qPrintable(accessListOf(path))); // with entries
-        QCOMPARE(accessListOf(directory), accessListOf(plainDirectory));
-        QCOMPARE(accessListOf(m_server->configPath()), accessListOf(plainFile));
-        QVERIFY(QDir(plainDirectory).removeRecursively());
+        const QRegularExpression ofDirectory(
+            QStringLiteral("^D:P[A-Z]*\\(A;OICI;FA;;;[^;()]+\\)\\(A;OICI;FA;;;SY\\)\\(A;OICI;FA;;;BA\\)$"));
+        const QRegularExpression ofFile(
+            QStringLiteral("^D:P[A-Z]*\\(A;;FA;;;[^;()]+\\)\\(A;;FA;;;SY\\)\\(A;;FA;;;BA\\)$"));
+        bool hasDirectory = false;
+        bool hasFile = false;
+        for (const SetList& set : setLists()) {
+            const bool isDirectory = QDir(set.path) == QDir(directory);
+            hasDirectory = hasDirectory || isDirectory;
+            hasFile = hasFile || !isDirectory;
+            QVERIFY2(set.list.contains(isDirectory ? ofDirectory : ofFile), qPrintable(set.path + u' ' + set.list));
+        }
+        QVERIFY(hasDirectory);
+        QVERIFY(hasFile);
     }
 #else
     void directoryAndFileAreTheUsersAlone()
