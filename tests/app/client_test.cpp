@@ -174,6 +174,29 @@ private slots:
         EVENTUALLY(!m_engine->isConnected());
     }
 
+#ifdef Q_OS_WIN
+    void clientEndsInTimeWithTheSessionAndItsEngineWithIt()
+    {
+        const auto client = startReady();
+        QVERIFY(endSession(*client, true));
+        QVERIFY(ended(*client));
+        QCOMPARE(client->exitStatus(), QProcess::NormalExit);
+        QCOMPARE(client->exitCode(), 0);
+        EVENTUALLY(!m_engine->isConnected());
+    }
+
+    void clientGoesOnWhenTheSessionDoes()
+    {
+        const auto client = startReady();
+        QVERIFY(endSession(*client, false));
+        m_engine->say("{\"what\":\"networkstate\",\"state\":\"ok\",\"uid\":5}");
+        QVERIFY(says(*client, "maindlg: network state  ok\n"));
+        QVERIFY(endSession(*client, true)); // what was called off comes all the same later
+        QVERIFY(ended(*client));
+        EVENTUALLY(!m_engine->isConnected());
+    }
+#endif
+
 #ifndef Q_OS_WIN
     void clientLeavesNoCoreFileAndItsEngineMayAsTheSystemSays()
     {
