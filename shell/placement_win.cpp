@@ -1,4 +1,6 @@
 #include "shell/placement_win.h"
+#include "base/log.h"
+#include "base/longpath.h"
 #include "shell/placement.h"
 #include "shell/placementfiles.h"
 
@@ -76,6 +78,12 @@ ComPointer<IPersistFile> fileOf(IShellLinkW& link)
     return ComPointer<IPersistFile>(static_cast<IPersistFile*>(file));
 }
 
+/// Whether the shell's functions take the path.
+bool isShellsLength(const QString& path)
+{
+    return path.size() < MAX_PATH;
+}
+
 /// A path as one key of the settings, where separators would begin a group.
 QString keyOf(const QString& path)
 {
@@ -127,8 +135,13 @@ void setFolderIcon(const QDir& root, const QString& icon)
         file.write(desktopIni(icon));
     file.close();
     // Only with these will Explorer read the file.
-    SetFileAttributesW(native(path).c_str(), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
-    PathMakeSystemFolderW(native(root.path()).c_str());
+    SetFileAttributesW(base::ofAnyLength(path).c_str(), FILE_ATTRIBUTE_HIDDEN | FILE_ATTRIBUTE_SYSTEM);
+    if (isShellsLength(root.path())) {
+        PathMakeSystemFolderW(native(root.path()).c_str());
+    } else { // Explorer takes this attribute as well as the one that the function sets
+        const std::wstring folder = base::ofAnyLength(root.path());
+        SetFileAttributesW(folder.c_str(), GetFileAttributesW(folder.c_str()) | FILE_ATTRIBUTE_SYSTEM);
+    }
     // The uninstaller takes the icons away again and finds the folders here.
     const QString folder = QDir::toNativeSeparators(root.path());
     QSettings().setValue(QStringLiteral("iconfolders/") + keyOf(folder), folder);
@@ -155,7 +168,7 @@ QString Links::linkTo(const QDir& root) const
 bool Links::exists(const QString& link) const
 {
     // Qt would ask for what the shortcut leads to.
-    return GetFileAttributesW(native(link).c_str()) != INVALID_FILE_ATTRIBUTES;
+    return GetFileAttributesW(base::ofAnyLength(link).c_str()) != INVALID_FILE_ATTRIBUTES;
 }
 
 void Links::remove(const QString& link)
@@ -167,6 +180,10 @@ bool Links::create(const QString& link, const QDir& root, const QString& icon)
 {
     if (m_shell->folder.isEmpty())
         return false;
+    if (!isShellsLength(root.path()) || !isShellsLength(link)) {
+        ORVEL_LOG << "Path is too long for a shortcut" << root.path() << link;
+        return false;
+    }
     const Com com;
     const ComPointer<IShellLinkW> shellLink = createShellLink();
     if (!shellLink)

@@ -220,6 +220,28 @@ private slots:
         comCalls() = {};
     }
 
+    void folderOfManyLettersHasItsIconAndNoLinkWhichIsLogged()
+    {
+        QString path = m_root.path();
+        while (path.size() <= 2 * MAX_PATH)
+            path += QStringLiteral("/a directory of many letters");
+        const QDir root(path);
+        QVERIFY(root.mkpath(QStringLiteral(".")));
+        setFolderIcon(root, m_program);
+        QCOMPARE(readFile(path + QStringLiteral("/desktop.ini")), desktopIni(m_program));
+        const auto attributesOf = [](const QString& file) {
+            return GetFileAttributesW(
+                (QStringLiteral("\\\\?\\") + QDir::toNativeSeparators(file)).toStdWString().c_str());
+        };
+        QVERIFY((attributesOf(path + QStringLiteral("/desktop.ini")) & FILE_ATTRIBUTE_HIDDEN) != 0);
+        QVERIFY((attributesOf(path) & (FILE_ATTRIBUTE_READONLY | FILE_ATTRIBUTE_SYSTEM)) != 0);
+        Links links;
+        const QString link = links.linkTo(root);
+        QVERIFY(!links.create(link, root, m_program));
+        QVERIFY(!links.exists(link));
+        QCOMPARE(log().last(), QStringLiteral("Path is too long for a shortcut ") + path + u' ' + link);
+    }
+
     void linkThatCannotBeSavedCountsAsMade()
     {
         QSettings(key, QSettings::NativeFormat)
