@@ -21,6 +21,7 @@
 #include <QSettings>
 #include <QStandardPaths>
 #include <QStyle>
+#include <QTimer>
 
 namespace
 {
@@ -143,6 +144,8 @@ void DialogCld::openHomefolder()
 
 void DialogCld::openGuide()
 {
+    // Windows keeps it in front of a window that is there already; on the first start this one is shown later.
+    winId();
     auto* guide = new Guide(this);
     guide->setAttribute(Qt::WA_DeleteOnClose);
     connect(guide, SIGNAL(finished(int)), this, SLOT(guideClosed(int)));
@@ -153,6 +156,7 @@ void DialogCld::openGuide()
     guide->show();
     guide->raise();
     guide->activateWindow();
+    QTimer::singleShot(0, guide, SLOT(raise())); // the window comes up only now on the first start
 }
 
 void DialogCld::guideClosed(int result)

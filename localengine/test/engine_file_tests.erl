@@ -38,6 +38,17 @@ linksAreNotFollowed_test() ->
                 ?assertEqual(absent, engine_file:look(in(Lab, "f/x")))
         end).
 
+namesBeyondTheBasicPlaneTravel_test() ->
+    lab(fun(Lab) ->
+                [Name, Renamed] = [<<"smeh ", Character/utf8, ".txt">> || Character <- [16#1F602, 16#10FFFF]],
+                write(Lab, Name, <<"1">>),
+                ?assertEqual({ok, [Name]}, engine_file:list(Lab)),
+                ?assertEqual(<<"1">>, read(in(Lab, unicode:characters_to_list(Name)))),
+                ok = file:rename(in(Lab, Name), in(Lab, Renamed)),
+                ?assertEqual({ok, [Renamed]}, engine_file:list(Lab)),
+                ?assertEqual(<<"1">>, read(in(Lab, Renamed)))
+        end).
+
 hashIsOfTheContent_test() ->
     lab(fun(Lab) ->
                 Bytes = crypto:strong_rand_bytes(600000),

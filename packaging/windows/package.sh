@@ -2,8 +2,9 @@
 # Makes the installer and prints its path:
 # package.sh BUILD_DIRECTORY ENGINE_DIRECTORY OUTPUT_DIRECTORY [VERSION]
 #
-# ENGINE_DIRECTORY holds the sync engine for Windows: "erlang" and "srv/ebin". With ORVEL_SIGN_CERTIFICATE
-# (a PKCS#12 file) the program, the uninstaller and the installer are signed; see sign.sh.
+# ENGINE_DIRECTORY holds the sync engine for Windows: "erlang" and "srv/ebin". When it is empty, the local engine of
+# the build is taken. With ORVEL_SIGN_CERTIFICATE (a PKCS#12 file) the program, the uninstaller and the installer
+# are signed; see sign.sh.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -13,13 +14,17 @@ source "$root/tools/common.sh"
 
 build=$1 engine=$2 output=$3
 version=${4:-$(sed -n 's/^CMAKE_PROJECT_VERSION:STATIC=//p' "$build/CMakeCache.txt")}
-[[ -f $engine/erlang/erts-9.0/bin/erl.exe ]] || fail "$engine has no erlang/erts-9.0/bin/erl.exe"
-
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 stage=$work/stage
 
 copy_engine() {
+  if [[ ! $engine ]]; then
+    cmake --install "$build" --prefix "$stage" --component localengine >/dev/null
+    [[ -f $stage/erlang/erts-9.0/bin/erl.exe ]] || fail "$build was configured without ORVEL_OTP_WINDOWS"
+    return
+  fi
+  [[ -f $engine/erlang/erts-9.0/bin/erl.exe ]] || fail "$engine has no erlang/erts-9.0/bin/erl.exe"
   cp -rL "$engine/erlang" "$stage/erlang"
   # The engine looks for its code beside "erts-9.0".
   if [[ -d $engine/srv && ! -e $stage/erlang/srv ]]; then cp -rL "$engine/srv" "$stage/erlang/srv"; fi
@@ -28,7 +33,7 @@ copy_engine() {
 
 copy_licences() {
   local documents=/usr/share/doc licences=/usr/share/common-licenses target=$stage/licences
-  mkdir "$target"
+  mkdir -p "$target"
   cp "$root/LICENSE" "$target/orvel.txt"
   cp "$licences/LGPL-3" "$target/LGPL-3.txt"
   cp "$licences/GPL-3" "$target/GPL-3.txt"

@@ -24,6 +24,10 @@
 
 #include <memory>
 
+#ifdef Q_OS_WIN
+#include <windows.h>
+#endif
+
 class DialogCldTest final : public WindowTest
 {
     Q_OBJECT
@@ -100,6 +104,10 @@ private slots:
         const QWindow* guide = m_dialog->findChild<Guide*>()->windowHandle();
         QVERIFY(guide != nullptr && m_dialog->windowHandle() != nullptr);
         QCOMPARE(guide->transientParent(), m_dialog->windowHandle());
+#ifdef Q_OS_WIN
+        QCOMPARE(GetWindow(reinterpret_cast<HWND>(guide->winId()), GW_OWNER),
+                 reinterpret_cast<HWND>(m_dialog->winId()));
+#endif
         clientSettings().sync();
         QCOMPARE(clientSettings().value(QStringLiteral("QtSparkle/check_automatically")).toBool(), true);
         QCOMPARE(clientSettings().value(QStringLiteral("QtSparkle/first_boot"), true).toBool(), false);
