@@ -7,3 +7,13 @@ endif()
 install(DIRECTORY "${ORVEL_OTP_WINDOWS}/erlang" DESTINATION . COMPONENT localengine)
 install(FILES ${_engine_beams} DESTINATION erlang/srv/ebin COMPONENT localengine)
 install(DIRECTORY "${ORVEL_OTP_WINDOWS}/licences" DESTINATION . COMPONENT localengine)
+
+if(TARGET localengine_tests)
+    # As the client starts it; EUnit is this computer's own.
+    execute_process(COMMAND ${ERL_EXECUTABLE} -noinput -eval "io:put_chars(code:lib_dir(eunit)),halt()."
+        OUTPUT_VARIABLE _eunit COMMAND_ERROR_IS_FATAL ANY)
+    add_test(NAME localengine.unit COMMAND "${CMAKE_CROSSCOMPILING_EMULATOR}"
+        "${ORVEL_OTP_WINDOWS}/erlang/erts-9.0/bin/erl.exe" +Bd -noshell
+        -pa "Z:${_engine_ebin}" "Z:${_engine_ebin_test}" "Z:${_eunit}/ebin" -run engine_tests main unit)
+    set_tests_properties(localengine.unit PROPERTIES LABELS unit TIMEOUT 600)
+endif()

@@ -7,6 +7,8 @@ set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
 # shellcheck source=tools/common.sh
 source tools/common.sh
+# shellcheck source=tools/tourlib.sh
+source tools/tourlib.sh
 
 mkdir -p "$2"
 home=$(cd "$2" && pwd)
@@ -17,83 +19,6 @@ log=$home/client.log
 folder="$home/Orvel Storage"
 cloud=$home/cloud/1001
 patience=$((30 * ${ORVEL_TEST_TIMEOUT_FACTOR:-1})) # seconds
-client=
-
-seen() {
-  say "  seen: $*"
-}
-
-give_up() {
-  import -window root "$shots/failure.png" 2>/dev/null || true
-  tail -n 20 "$log" >&2 2>/dev/null || true
-  say "Screenshots: $shots"
-  say "VERDICT: FAILED: $*"
-  exit 1
-}
-
-# await DESCRIPTION COMMAND...: until the command succeeds, which is tried again and again.
-await() {
-  local what=$1 end=$((SECONDS + patience))
-  shift
-  until "$@" >/dev/null 2>&1; do
-    ((SECONDS < end)) || give_up "$what"
-    [[ -z $client ]] || kill -0 "$client" 2>/dev/null || give_up "the client ended before: $what"
-    read -rt 0.05 <> <(:) || true
-  done
-  seen "$what"
-}
-
-logged() {
-  grep -qF -- "$1" "$log"
-}
-
-times_logged() {
-  grep -cF -- "$1" "$log" || true
-}
-
-# logged_again TIMES TEXT: more often than so many times
-logged_again() {
-  (($(times_logged "$2") > $1))
-}
-
-same_files() {
-  diff -r --exclude '*.cache' "$folder" "$cloud"
-}
-
-# The client's visible windows. One that goes while xdotool looks at it ends the search, which is begun again then.
-windows() {
-  local found
-  until found=$(xdotool search --all --onlyvisible --pid "$client" "$@" 2>&1) || [[ $found != *"X Error"* ]]; do :; done
-  grep -E '^[0-9]+$' <<<"$found"
-}
-
-window_of() {
-  windows --name "^$1\$" | head -n 1
-}
-
-window_shown() {
-  [[ -n $(window_of "$1") ]]
-}
-
-window_gone() {
-  ! window_shown "$1"
-}
-
-# shoot WINDOW FILE: once two pictures are the same, that is, once it has painted what another window had covered.
-shoot() {
-  local file=$shots/$2 before=$shots/.before.png tries
-  import -window "$1" "$file"
-  for ((tries = 0; tries < 20; ++tries)); do
-    mv "$file" "$before"
-    read -rt 0.1 <> <(:) || true
-    import -window "$1" "$file"
-    [[ $(compare -metric AE "$before" "$file" null: 2>&1) != 0 ]] || break
-  done
-}
-
-shoot_window() {
-  shoot "$(window_of "$1")" "$2"
-}
 
 # press WINDOW KEY...: by way of the window manager, which may still be passing the keyboard on from a window that
 # has just closed.
@@ -154,33 +79,11 @@ icon_in_tray() {
   (($(identify -format '%k' "$shots/.tray-now.png") > 8))
 }
 
-start_display() {
-  local number
-  exec {display_pipe}<> <(:)
-  Xvfb -displayfd "$display_pipe" -screen 0 1024x768x24 -nolisten tcp >"$home/xvfb.log" 2>&1 &
-  helpers+=($!)
-  read -rt 20 -u "$display_pipe" number || give_up "no X server"
-  export DISPLAY=:$number
-  unset WAYLAND_DISPLAY DBUS_SESSION_BUS_ADDRESS QT_QPA_PLATFORM
-  openbox >/dev/null 2>&1 &
-  helpers+=($!)
-}
-
 # After the client: its icon has to come with the tray.
 start_tray() {
   trayer --edge bottom --align right --widthtype request --height 36 --SetPartialStrut true \
     --transparent true --alpha 0 --tint 0xdddddd >/dev/null 2>&1 &
   helpers+=($!)
-}
-
-# A browser that only writes down what it is asked to open, found before any other.
-fake_browser() {
-  mkdir -p "$home/bin"
-  # shellcheck disable=SC2016  # the browser's own argument
-  printf '#!/bin/sh\nprintf "%%s\\n" "$1" >>"%s"\n' "$home/opened" >"$home/bin/xdg-open"
-  chmod +x "$home/bin/xdg-open"
-  : >"$home/opened"
-  export PATH=$home/bin:$PATH
 }
 
 prepare_recording() {
@@ -214,19 +117,6 @@ end_recording() {
   seen "a recording, $(stat -c %s "$pictures/recording.gif") bytes"
 }
 
-start_feed() {
-  local port
-  exec {feed_pipe}<> <(:)
-  perl tools/feedserver.pl >&"$feed_pipe" &
-  helpers+=($!)
-  read -rt 20 -u "$feed_pipe" port || give_up "no update server"
-  export ORVEL_UPDATE_FEED=http://127.0.0.1:$port/feed
-}
-
-opened() {
-  grep -qE -- "$1" "$home/opened"
-}
-
 # What the file manager's extension does: one message in UTF-16 on the local pipe.
 shell_command() {
   perl -MIO::Socket::UNIX -MEncode -e '
@@ -241,7 +131,6 @@ start_client() {
   client=$!
 }
 
-helpers=()
 recorder=
 elsewhere=
 # shellcheck disable=SC2317,SC2329  # called by the trap
@@ -290,12 +179,6 @@ choose() {
   xdotool key Return
 }
 
-# click WINDOW X Y: counted from the right and the bottom where negative.
-click() {
-  eval "$(xdotool getwindowgeometry --shell "$1" | grep -E '^(WIDTH|HEIGHT)=')"
-  xdotool mousemove --window "$1" $(($2 < 0 ? WIDTH + $2 : $2)) $(($3 < 0 ? HEIGHT + $3 : $3)) click 1
-}
-
 # sign_in [KEY] E-MAIL PASSWORD: by the keyboard alone, as the form's fields follow each other. KEY leads to the
 # e-mail address from where the cursor is.
 sign_in() {
@@ -331,14 +214,12 @@ leave() {
   seen "Exit, with code 1, and no engine left behind"
 }
 
-last_state_is() {
-  [[ $(grep -F 'maindlg: network state  ' "$log" | tail -n 1) == *"  $1" ]]
-}
-
 say "The tour, in $home"
 fake_browser
 start_feed
 start_display
+openbox >/dev/null 2>&1 &
+helpers+=($!)
 await "a window manager" window_manager_runs
 start_client
 await "the main window, on a desktop without a tray" window_shown "Orvel Storage"

@@ -127,7 +127,7 @@ put_there(Temp, To, absent) ->
 put_there(Temp, To, _) -> renamed(Temp, To).
 
 renamed(Temp, To) ->
-    case file:rename(Temp, To) of
+    case engine_file:rename(Temp, To) of
         ok -> {ok, renamed};
         {error, Reason} -> {error, Reason}
     end.

@@ -6,7 +6,7 @@
 -include_lib("kernel/include/file.hrl").
 
 -export([look/1, list/1, hash/1, read/1, write_atomic/3, read_term/1, write_term/2,
-         ensure_dir/1, make_dir/1,
+         ensure_dir/1, make_dir/1, delete/1, rename/2,
          join/2, from_native/1, cache_name/0]).
 
 -export_type([entry/0, sig/0]).
@@ -39,8 +39,17 @@ look(Path) ->
 -spec list(binary()) -> {ok, [binary()]} | {error, atom()}.
 list(Dir) ->
     case file:list_dir_all(Dir) of
-        {ok, Names} -> {ok, lists:sort([from_native(Name) || Name <- Names])};
+        {ok, Names} -> {ok, lists:sort([listed(Name) || Name <- Names])};
         {error, Reason} -> {error, Reason}
+    end.
+
+%% A name that is no text, which Windows allows, is given as one that is not
+%% there: nothing is concluded from it.
+listed(Name) ->
+    case from_native(Name) of
+        Bytes when is_binary(Bytes) -> Bytes;
+        {_, Start, Rest} ->
+            <<Start/binary, (<< <<16#FFFD/utf8>> || _ <- lists:flatten(Rest) >>)/binary>>
     end.
 
 %% The bytes of a name or of a variable of the environment.
@@ -54,7 +63,11 @@ from_native(Name) ->
 
 -spec join(binary(), binary()) -> binary().
 join(Root, <<>>) -> Root;
-join(Root, Rel) -> <<Root/binary, "/", Rel/binary>>.
+join(Root, Rel) ->
+    case binary:last(Root) of
+        $/ -> <<Root/binary, Rel/binary>>;
+        _ -> <<Root/binary, "/", Rel/binary>>
+    end.
 
 -spec hash(binary()) -> {ok, binary()} | {error, atom()}.
 hash(Path) ->
@@ -133,4 +146,26 @@ make_dir(Path) ->
     case file:make_dir(Path) of
         {error, eexist} -> ok;
         Result -> Result
+    end.
+
+%% Windows lets nobody remove or replace a file that is marked as read-only; on
+%% other systems the mark says nothing about that.
+-spec delete(binary()) -> ok | {error, atom()}.
+delete(Path) -> writable(Path, fun() -> file:delete(Path) end).
+
+-spec rename(binary(), binary()) -> ok | {error, atom()}.
+rename(From, To) -> writable(To, fun() -> file:rename(From, To) end).
+
+writable(Path, Do) ->
+    case Do() of
+        {error, Denied} when Denied =:= eacces; Denied =:= eperm ->
+            case file:read_link_info(Path, [raw]) of
+                {ok, #file_info{type = regular, mode = Mode}} when Mode band 8#200 =:= 0 ->
+                    _ = file:change_mode(Path, Mode bor 8#200),
+                    Done = Do(),
+                    _ = Done =:= ok orelse file:change_mode(Path, Mode),
+                    Done;
+                _ -> {error, Denied}
+            end;
+        Done -> Done
     end.

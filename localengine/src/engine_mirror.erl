@@ -11,7 +11,8 @@
 -type options() :: #{uid := pos_integer(), local := binary(), cloud := binary(),
                      tree := engine_tree:tree(), quota := non_neg_integer(),
                      rate := pos_integer() | unlimited,
-                     opener := fun(), report := fun((term()) -> ok)}.
+                     opener := fun(), report := fun((term()) -> ok),
+                     system => engine_names:system()}.
 -type result() :: {blocked, local | cloud}
                 | {done, #{space := non_neg_integer(),
                            scan_ms := non_neg_integer(),  % what a look costs
@@ -26,7 +27,8 @@ new(Options) ->
     Prefix = binary:encode_hex(binary:part(crypto:hash(sha256, maps:get(local, Options)), 0, 6)),
     Mirror = Options#{views => none, settled => false, recalled => true, moves => [], retry => false,
                       again => false, temps => 0, prefix => Prefix, progress => none,
-                      space => 0, scan_ms => 0},
+                      space => 0, scan_ms => 0, alike => sets:new(), held => [],
+                      system => maps:get(system, Options, engine_names:system())},
     [clean(Mirror, Side) || Side <- [local, cloud]],
     Mirror.
 
@@ -111,12 +113,12 @@ result(#{space := Space, scan_ms := ScanMs, retry := Retry, again := Again,
     {done, #{space => Space, scan_ms => ScanMs, retry => Retry orelse U1 ++ U2 =/= [], again => Again}}.
 
 work(Mirror0) ->
-    {L0, C0} = maps:get(views, Mirror0),
-    Moves = engine_plan:moves(engine_tree:nodes(maps:get(tree, Mirror0)), L0, C0),
-    Mirror1 = run(Moves, Mirror0#{moves := Moves}),
-    {L1, C1} = maps:get(views, Mirror1),
-    Nodes = engine_tree:nodes(maps:get(tree, Mirror1)),
-    {Hashes, Mirror2} = read_all(engine_plan:doubts(Nodes, L1, C1), Mirror1),
+    #{views := {L, C}, tree := Tree, system := System} = Mirror0,
+    {L0, C0, Refused} = engine_names:refused(System, L, C),
+    Moves = engine_plan:moves(engine_tree:nodes(Tree), L0, C0),
+    Mirror1 = run(Moves, Mirror0#{moves := Moves, alike := alike(Mirror0)}),
+    {L1, C1, Nodes, Clashing} = without_what_clashes(Mirror1),
+    {Hashes, Mirror2} = read_all(engine_plan:doubts(Nodes, L1, C1), held(Refused ++ Clashing, Mirror1)),
     Actions = engine_plan:plan(Nodes, L1, C1, Hashes),
     Mirror3 = run(Actions, Mirror2#{hashes => Hashes, progress := progress(Actions, Mirror2)}),
     #{retry := Retry, again := Again} = Mirror3,
@@ -126,6 +128,24 @@ work(Mirror0) ->
     {Result, Mirror4} = {result(Mirror3), Mirror3#{settled := Settled, recalled := Recalled,
                                                    moves := [], progress := none}},
     {Result, maps:remove(hashes, Mirror4)}.
+
+without_what_clashes(#{views := {Local, Cloud}, tree := Tree, system := System}) ->
+    Nodes = engine_tree:nodes(Tree),
+    {L0, C0, _} = engine_names:refused(System, Local, Cloud),
+    {L1, C1, Clashing} = engine_names:clashing(System, Nodes, L0, C0),
+    {L1, C1, Nodes, Clashing}.
+
+%% What is seen under one of these may stand there under another: looking at it
+%% takes looking at the directory.
+alike(#{system := other}) -> sets:new();
+alike(#{views := {{Local, _}, {Cloud, _}}, tree := Tree}) ->
+    Paths = lists:append([maps:keys(Map) || Map <- [Local, Cloud, engine_tree:nodes(Tree)]]),
+    sets:from_list(lists:append(engine_names:alike(Paths))).
+
+%% Each is told once, and again after it was gone.
+held(Held, #{held := Told, report := Report} = Mirror) ->
+    [Report({held, Path, Reason}) || {Path, Reason} <- Held -- Told],
+    Mirror#{held := Held}.
 
 settled(#{tree := Tree, views := {Local, Cloud}, seen := Seen}) ->
     case engine_plan:fresh_until(engine_tree:nodes(Tree), Local, Cloud, Seen) of
@@ -195,7 +215,7 @@ act({aside, Side, Path} = Action, Mirror) ->
             end
     end;
 act({delete, Side, Path} = Action, Mirror) ->
-    remove(Side, Path, fun file:delete/1, Action, Mirror);
+    remove(Side, Path, fun engine_file:delete/1, Action, Mirror);
 act({rmdir, Side, Path} = Action, Mirror) ->
     remove(Side, Path, fun file:del_dir/1, Action, Mirror);
 act({forget, Path}, Mirror) -> change({drop, Path}, Mirror);
@@ -370,7 +390,21 @@ failed(Action, Reason, #{report := Report} = Mirror) ->
 
 absolute(Mirror, Side, Path) -> engine_file:join(maps:get(Side, Mirror), Path).
 
-now(Mirror, Side, Path) -> engine_file:look(absolute(Mirror, Side, Path)).
+now(#{alike := Alike} = Mirror, Side, Path) ->
+    case engine_file:look(absolute(Mirror, Side, Path)) of
+        absent -> absent;
+        Found ->
+            case not sets:is_element(Path, Alike) orelse stands_there(Mirror, Side, Path) of
+                true -> Found;
+                false -> absent
+            end
+    end.
+
+stands_there(Mirror, Side, Path) ->
+    case engine_file:list(absolute(Mirror, Side, engine_path:parent(Path))) of
+        {ok, Names} -> lists:member(engine_path:name(Path), Names);
+        {error, _} -> true
+    end.
 
 entry(#{views := {{Local, _}, _}}, local, Path) -> maps:get(Path, Local, absent);
 entry(#{views := {_, {Cloud, _}}}, cloud, Path) -> maps:get(Path, Cloud, absent).

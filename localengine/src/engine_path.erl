@@ -2,17 +2,19 @@
 -module(engine_path).
 
 -export([parent/1, name/1, ancestors/1, child/2, is_below/2, depth/1,
-         move_keys/3, relative/2, conflict_name/3]).
+         move_keys/3, relative/2, relative/3, conflict_name/3]).
 
+%% Not by the module "filename", which takes names apart as the system that it
+%% runs on does: what one side is called may mean something else on the other.
 -spec parent(binary()) -> binary().
 parent(Path) ->
-    case filename:dirname(Path) of
-        <<".">> -> <<>>;
-        Parent -> Parent
+    case binary:matches(Path, <<"/">>) of
+        [] -> <<>>;
+        Slashes -> {Size, 1} = lists:last(Slashes), binary:part(Path, 0, Size)
     end.
 
 -spec name(binary()) -> binary().
-name(Path) -> filename:basename(Path).
+name(Path) -> lists:last(binary:split(Path, <<"/">>, [global])).
 
 -spec child(binary(), binary()) -> binary().
 child(<<>>, Name) -> Name;
@@ -59,10 +61,13 @@ move_keys(From, To, Map) ->
 
 %% Where an absolute path of the client lies inside a root.
 -spec relative(binary(), binary()) -> binary() | outside.
-relative(Path, Root) ->
-    Names = names(Path),
-    RootNames = names(Root),
-    case lists:prefix(RootNames, Names)
+relative(Path, Root) -> relative(Path, Root, engine_names:system()).
+
+-spec relative(binary(), binary(), engine_names:system()) -> binary() | outside.
+relative(Path, Root, System) ->
+    Names = names(Path, System),
+    RootNames = names(Root, System),
+    case lists:prefix(same_case(RootNames, System), same_case(Names, System))
         andalso not lists:member(<<"..">>, Names) of
         true ->
             Inside = lists:nthtail(length(RootNames), Names),
@@ -70,8 +75,17 @@ relative(Path, Root) ->
         false -> outside
     end.
 
-names(Path) ->
-    [Name || Name <- filename:split(Path), Name =/= <<".">>].
+names(Path, System) ->
+    %% The first name of an absolute path is empty, or the drive.
+    [First | Names] = binary:split(Path, separators(System), [global]),
+    [First | [Name || Name <- Names, Name =/= <<".">>, Name =/= <<>>]].
+
+separators(windows) -> [<<"/">>, <<"\\">>];
+separators(other) -> <<"/">>.
+
+%% The client says paths as it was told the root; the file manager as it likes.
+same_case(Names, windows) -> [engine_names:fold(Name) || Name <- Names];
+same_case(Names, other) -> Names.
 
 %% Most file systems take no longer names than this.
 -define(MAX_NAME, 255).

@@ -56,7 +56,12 @@ log_to(StateDir) ->
 cloud_root(StateDir, Uid) ->
     Cloud = case os:getenv("ORVEL_LOCAL_CLOUD") of
                 Set when Set =:= false; Set =:= "" -> engine_file:join(StateDir, <<"cloud">>);
-                Set -> filename:absname(engine_file:from_native(Set))
+                Set ->
+                    Named = engine_file:from_native(Set),
+                    case filename:pathtype(Named) of
+                        absolute -> engine_names:as_client(Named, engine_names:system());
+                        _ -> filename:absname(Named)
+                    end
             end,
     Root = engine_file:join(Cloud, integer_to_binary(Uid)),
     Known = known_clouds(StateDir),
@@ -83,7 +88,7 @@ home() ->
     Set = [Value || Name <- ["HOME", "USERPROFILE"], Value <- [os:getenv(Name)],
                     Value =/= false, Value =/= ""],
     case Set of
-        [Home | _] -> engine_file:from_native(Home);
+        [Home | _] -> engine_names:as_client(engine_file:from_native(Home), engine_names:system());
         [] -> {ok, Current} = file:get_cwd(), engine_file:from_native(Current)
     end.
 

@@ -18,7 +18,7 @@ read(StateDir, Uid) ->
             case engine_json:decode(Text) of
                 {ok, [#{<<"path">> := Parent, <<"name">> := Name} | _]}
                   when is_binary(Parent), Parent =/= <<>>, is_binary(Name), Name =/= <<>> ->
-                    {ok, filename:join(Parent, Name)};
+                    {ok, engine_file:join(Parent, Name)};
                 _ -> none
             end;
         {error, _} -> none
@@ -26,7 +26,12 @@ read(StateDir, Uid) ->
 
 -spec write(binary(), pos_integer(), binary()) -> ok | {error, atom()}.
 write(StateDir, Uid, Root) ->
-    Roots = [#{<<"path">> => filename:dirname(Root), <<"name">> => filename:basename(Root)}],
+    Parent = case engine_path:parent(Root) of
+                 <<>> -> <<"/">>;
+                 <<Drive, $:>> -> <<Drive, ":/">>;
+                 Above -> Above
+             end,
+    Roots = [#{<<"path">> => Parent, <<"name">> => engine_path:name(Root)}],
     engine_file:write_atomic(file_name(StateDir, Uid), engine_json:encode(Roots), 8#644).
 
 file_name(StateDir, Uid) ->
@@ -43,7 +48,7 @@ choose(Parent, Name, Uid) ->
 
 choose(_, _, _, 100) -> {error, eexist};
 choose(Parent, Name, Uid, Try) ->
-    Root = filename:join(Parent, numbered(Name, Try)),
+    Root = engine_file:join(Parent, numbered(Name, Try)),
     case check(Root) of
         {marked, Other, _} when Other =/= Uid -> choose(Parent, Name, Uid, Try + 1);
         missing ->

@@ -22,7 +22,7 @@ walk(Root, Dir, {Entries, Unknown}) ->
 
 entry(Root, Dir, Name, {Entries, Unknown} = View) ->
     Path = engine_path:child(Dir, Name),
-    case Path =:= engine_file:cache_name() of
+    case engine_names:is_own(Path) of
         true -> View;
         false ->
             case engine_file:look(engine_file:join(Root, Path)) of

@@ -151,6 +151,9 @@ report({look_again, Dir}, State) -> State#{dirty := again(Dir, maps:get(dirty, S
 report({failed, Action, Reason}, State) ->
     ?LOG_NOTICE("left for later: ~0tp: ~0tp", [Action, Reason]),
     State;
+report({held, Path, Reason}, State) ->
+    ?LOG_NOTICE("stays where it is, as Windows cannot hold its name: ~ts: ~0tp", [Path, Reason]),
+    State;
 report({progress, Figures}, State) -> tell_state(transferring, Figures, State);
 report({result, {blocked, Side}}, State) ->
     case State of

@@ -28,6 +28,19 @@ relativeKnowsInsideFromOutside_test_() ->
                              {<<"/home/Moja mapa/../x"/utf8>>, outside},
                              {<<"a">>, outside}, {<<>>, outside}]].
 
+relativeOnWindowsKnowsBothSlashesAndNoCase_test_() ->
+    Root = <<"C:/Users/Ana/\x{10C}olni"/utf8>>,
+    [?_assertEqual(Expected, engine_path:relative(Path, Root, windows))
+     || {Path, Expected} <- [{<<"c:\\users\\ANA\\\x{10D}olni\\A\\b"/utf8>>, <<"A/b">>},
+                             {<<"C:/Users/Ana/\x{10C}olni"/utf8>>, <<>>},
+                             {<<"D:/Users/Ana/\x{10C}olni/a"/utf8>>, outside},
+                             {<<"C:/Users/Ana/\x{10C}olni/..\\x"/utf8>>, outside}]].
+
+nameAndParentTakeApartAtSlashesOnly_test() ->
+    ?assertEqual(<<"c:\\d">>, engine_path:name(<<"a/c:\\d">>)),
+    ?assertEqual(<<"a/b">>, engine_path:parent(<<"a/b/c:\\d">>)),
+    ?assertEqual(<<>>, engine_path:parent(<<"c:\\d">>)).
+
 conflictNamesKeepDirectoryAndExtension_test() ->
     Time = {{2026, 11, 21}, {9, 5, 0}},
     ?assertEqual(<<"d.x/report (conflict 2026-11-21 09.05.00).txt">>,

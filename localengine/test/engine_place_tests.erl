@@ -7,6 +7,9 @@ lab(Test) ->
     try Test(Lab) after engine_lab:remove(Lab) end.
 
 oneLockAStateDirectory_test() ->
+    engine_lab:unless_windows("no such lock is there", fun oneLock/0).
+
+oneLock() ->
     lab(fun(Lab) ->
                 {ok, Lock} = engine_place:lock(Lab, 0),
                 ?assertEqual(busy, engine_place:lock(Lab, 0)),
@@ -18,6 +21,9 @@ oneLockAStateDirectory_test() ->
         end).
 
 lockIsWaitedFor_test() ->
+    engine_lab:unless_windows("no such lock is there", fun waitedFor/0).
+
+waitedFor() ->
     lab(fun(Lab) ->
                 Self = self(),
                 Holder = spawn(fun() ->

@@ -7,7 +7,7 @@ unicode=()
 arguments=()
 for argument in "$@"; do
   case $argument in
-    -dll) arguments+=(-shared) ;;
+    -dll) arguments+=(-shared "-Wl,--disable-auto-image-base") ;; # which would depend on where it is built
     -def:*) arguments+=("${argument#-def:}") ;;
     -implib:*) arguments+=("-Wl,--out-implib,${argument#-implib:}") ;;
     -entry:*) arguments+=("-Wl,--entry,${argument#-entry:}") ;;
