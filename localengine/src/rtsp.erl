@@ -10,6 +10,9 @@
 %% output, for a person who tries the engine by hand.
 -spec startplain(boolean()) -> ok.
 startplain(Verbose) ->
+    %% A crash dump would land beside the program and could hold a password.
+    %% Where a launcher starts the virtual machine, it has said so before.
+    true = os:putenv("ERL_CRASH_DUMP_BYTES", "0"),
     %% Without the first of these the second one steps in.
     _ = [logger:remove_handler(Handler) || Handler <- [default, simple]],
     _ = Verbose andalso
