@@ -25,6 +25,9 @@ display=
 tidy_up() {
   "$WINESERVER" -k || true
   "$WINESERVER" -w || true
+  # A console of a program that was killed can be left, and would hold the caller's output open.
+  grep -lsz "^WINEPREFIX=$WINEPREFIX\$" /proc/[0-9]*/environ | cut -d/ -f3 | grep -vxE "$$|$display" |
+    xargs -r kill -9 2>/dev/null || true
   [[ ! $display ]] || kill "$display" || true
   rm -rf "$WINEPREFIX"
 }

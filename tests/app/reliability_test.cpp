@@ -30,6 +30,9 @@ class ReliabilityTest final : public KillingTest
 private slots:
     void filesAreWholeWheneverTheClientIsKilledWhileItChangesThem()
     {
+#ifdef Q_OS_WIN
+        QSKIP("of what is killed while it starts, Wine can leave a console, or a file in use");
+#endif
         const QString data = dataDirectory(QStringLiteral("filewriter"));
         const QString config = data + QStringLiteral("/config.json");
         const QString roots = data + QStringLiteral("/5.json");
@@ -72,6 +75,9 @@ private slots:
 
     void configurationIsWholeAndTheNextOneStartsWheneverAClientIsKilledAtItsStart()
     {
+#ifdef Q_OS_WIN
+        QSKIP("of what is killed while it starts, Wine can leave a console, or a file in use");
+#endif
         const QString data = dataDirectory(QStringLiteral("orvel"));
         const QString config = data + QStringLiteral("/config.json");
         const QByteArray seed = "{\"port\": 4444, \"password\": \"" + QByteArray(20000, 'p') + "\"}";
