@@ -88,16 +88,6 @@ tray_shot() {
   import -window root -crop 24x20+1000+748 +repage "$1"
 }
 
-tray_differs_from() {
-  tray_shot "$shots/.tray-now.png"
-  [[ $(compare -metric AE "$1" "$shots/.tray-now.png" null: 2>&1) != 0 ]]
-}
-
-icon_in_tray() {
-  tray_shot "$shots/.tray-now.png"
-  (($(identify -format '%k' "$shots/.tray-now.png") > 8))
-}
-
 open_menu() {
   xdotool mousemove 500 700 mousemove 1013 758 click 3
   await "the tray menu" menu_window

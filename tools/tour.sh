@@ -69,16 +69,6 @@ tray_shot() {
     awk -F= '/^X=/{x=$2} /^Y=/{y=$2} /^WIDTH=/{w=$2} /^HEIGHT=/{h=$2} END{print w "x" h "+" x "+" y}')" +repage "$1"
 }
 
-tray_differs_from() {
-  tray_shot "$shots/.tray-now.png"
-  [[ $(compare -metric AE "$1" "$shots/.tray-now.png" null: 2>&1) != 0 ]]
-}
-
-icon_in_tray() {
-  tray_shot "$shots/.tray-now.png"
-  (($(identify -format '%k' "$shots/.tray-now.png") > 8))
-}
-
 # After the client: its icon has to come with the tray.
 start_tray() {
   trayer --edge bottom --align right --widthtype request --height 36 --SetPartialStrut true \

@@ -81,6 +81,17 @@ shoot_window() {
   shoot "$(window_of "$1")" "$2"
 }
 
+# Each tour has a tray_shot FILE of its own: where the tray is differs.
+tray_differs_from() {
+  tray_shot "$shots/.tray-now.png"
+  [[ $(compare -metric AE "$1" "$shots/.tray-now.png" null: 2>&1) != 0 ]]
+}
+
+icon_in_tray() {
+  tray_shot "$shots/.tray-now.png"
+  (($(identify -format '%k' "$shots/.tray-now.png") > 8))
+}
+
 start_display() {
   local number
   exec {display_pipe}<> <(:)
