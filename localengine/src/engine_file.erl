@@ -6,8 +6,8 @@
 -include_lib("kernel/include/file.hrl").
 
 -export([look/1, list/1, hash/1, read/1, write_atomic/3, read_term/1, write_term/2,
-         ensure_dir/1, make_dir/1, delete/1, rename/2,
-         join/2, from_native/1, cache_name/0]).
+         ensure_dir/1, make_dir/1, make_new_dir/1, delete_dir/1, delete/1, rename/2,
+         join/2, from_native/1, to_native/1, cache_name/0]).
 
 -export_type([entry/0, sig/0]).
 
@@ -36,9 +36,11 @@ look(Path) ->
         {error, Reason} -> {error, Reason}
     end.
 
+%% Here and below without the file server, through which all calls of all
+%% processes would go one by one.
 -spec list(binary()) -> {ok, [binary()]} | {error, atom()}.
 list(Dir) ->
-    case file:list_dir_all(Dir) of
+    case prim_file:list_dir_all(Dir) of
         {ok, Names} -> {ok, lists:sort([listed(Name) || Name <- Names])};
         {error, Reason} -> {error, Reason}
     end.
@@ -59,6 +61,14 @@ from_native(Name) ->
     case file:native_name_encoding() of
         utf8 -> unicode:characters_to_binary(Name);
         latin1 -> list_to_binary(Name)
+    end.
+
+%% As the system takes it for a program and its arguments.
+-spec to_native(binary()) -> string() | binary().
+to_native(Name) ->
+    case unicode:characters_to_list(Name) of
+        Text when is_list(Text) -> Text;
+        _ -> Name
     end.
 
 -spec join(binary(), binary()) -> binary().
@@ -87,24 +97,28 @@ hash_all(File, Context) ->
     end.
 
 -spec read(binary()) -> {ok, binary()} | {error, atom()}.
-read(Path) -> file:read_file(Path).
+read(Path) -> prim_file:read_file(Path).
 
 %% Replaces a file in one step: whoever reads it, also after a crash, finds
-%% the old content or the new one.
--spec write_atomic(binary(), iodata(), non_neg_integer()) -> ok | {error, atom()}.
-write_atomic(Path, Bytes, Mode) ->
+%% the old content or the new one. A function writes the content by itself.
+-spec write_atomic(binary(), iodata() | fun((file:io_device()) -> ok | {error, atom()}),
+                   non_neg_integer()) -> ok | {error, atom()}.
+write_atomic(Path, Content, Mode) ->
     Temp = <<Path/binary, ".new">>,
     _ = file:delete(Temp),
     case file:open(Temp, [write, raw, binary, exclusive]) of
         {ok, File} ->
             Written = try chain([fun() -> file:change_mode(Temp, Mode) end,
-                                 fun() -> file:write(File, Bytes) end,
+                                 fun() -> write_to(File, Content) end,
                                  fun() -> file:datasync(File) end])
                       after file:close(File)
                       end,
             chain([fun() -> Written end, fun() -> file:rename(Temp, Path) end]);
         {error, Reason} -> {error, Reason}
     end.
+
+write_to(File, Write) when is_function(Write) -> Write(File);
+write_to(File, Bytes) -> file:write(File, Bytes).
 
 chain([]) -> ok;
 chain([Step | Steps]) ->
@@ -143,18 +157,26 @@ ensure_dir(Path) ->
 %% Only the last part of the path is made.
 -spec make_dir(binary()) -> ok | {error, atom()}.
 make_dir(Path) ->
-    case file:make_dir(Path) of
+    case prim_file:make_dir(Path) of
         {error, eexist} -> ok;
         Result -> Result
     end.
 
+%% Fails with "eexist" where something stands already.
+-spec make_new_dir(binary()) -> ok | {error, atom()}.
+make_new_dir(Path) -> prim_file:make_dir(Path).
+
+%% Only an empty one goes.
+-spec delete_dir(binary()) -> ok | {error, atom()}.
+delete_dir(Path) -> prim_file:del_dir(Path).
+
 %% Windows lets nobody remove or replace a file that is marked as read-only; on
 %% other systems the mark says nothing about that.
 -spec delete(binary()) -> ok | {error, atom()}.
-delete(Path) -> writable(Path, fun() -> file:delete(Path) end).
+delete(Path) -> writable(Path, fun() -> prim_file:delete(Path) end).
 
 -spec rename(binary(), binary()) -> ok | {error, atom()}.
-rename(From, To) -> writable(To, fun() -> file:rename(From, To) end).
+rename(From, To) -> writable(To, fun() -> prim_file:rename(From, To) end).
 
 writable(Path, Do) ->
     case Do() of

@@ -1,34 +1,47 @@
-%% One pass of the mirror: looks at both sides, asks the planner and carries
-%% its actions out, checking before each one that the world is still as seen.
-%% Whatever it does can be cut off at any moment: a pass that starts with what
-%% was left finds either the old state or the new one, never half of it.
+%% One pass of the mirror: finds out which directories need work, asks the
+%% planner about them and carries its actions out, checking before each one that
+%% the world is still as seen. Whatever it does can be cut off at any moment: a
+%% pass that starts with what was left finds either the old state or the new
+%% one, never half of it.
 -module(engine_mirror).
 
 -export([new/1, pass/3]).
 
 -export_type([mirror/0, options/0, result/0]).
 
+%% Change is called with what has changed in the tree, in order, and returns
+%% once the tree shows it.
 -type options() :: #{uid := pos_integer(), local := binary(), cloud := binary(),
-                     tree := engine_tree:tree(), quota := non_neg_integer(),
-                     rate := pos_integer() | unlimited,
+                     tree := engine_tree:tree(), change => fun(([engine_tree:delta()]) -> ok),
+                     quota := non_neg_integer(), rate := pos_integer() | unlimited,
                      opener := fun(), report := fun((term()) -> ok),
                      system => engine_names:system()}.
 -type result() :: {blocked, local | cloud}
                 | {done, #{space := non_neg_integer(),
-                           scan_ms := non_neg_integer(),  % what a look costs
+                           scan_ms := non_neg_integer(),  % what a look at everything costs
+                           due := none | integer(),       % the second from which on a file tells whether it changed
                            retry := boolean(),    % something could not be done yet
                            again := boolean()}}.  % something moved meanwhile
 -opaque mirror() :: #{atom() => term()}.
 
 -define(REPORT_MS, 300).
+%% So many items are planned at once.
+-define(BATCH, 2000).
+-define(DELTAS, 200).
+%% Fewer copies than this are made one by one.
+-define(MANY, 8).
 
 -spec new(options()) -> mirror().
-new(Options) ->
+new(#{tree := Tree} = Options) ->
     Prefix = binary:encode_hex(binary:part(crypto:hash(sha256, maps:get(local, Options)), 0, 6)),
-    Mirror = Options#{views => none, settled => false, recalled => true, moves => [], retry => false,
-                      again => false, temps => 0, prefix => Prefix, progress => none,
-                      space => 0, scan_ms => 0, alike => sets:new(), held => [],
-                      system => maps:get(system, Options, engine_names:system())},
+    Defaults = #{system => engine_names:system(),
+                 change => fun(Deltas) -> lists:foreach(fun(Delta) -> engine_tree:change(Delta, Tree) end, Deltas) end},
+    Mirror = maps:merge(Defaults,
+                        Options#{prefix => Prefix, views => none, nodes => #{}, known => false, recalled => true,
+                                 stuck => #{}, unseen => [], later => #{}, held => #{}, deltas => [],
+                                 again => false, force => false, disturbed => #{},
+                                 moves => [], moved => [], made => [], alike => sets:new(), hashes => #{},
+                                 progress => none, space => 0, scan_ms => 0}),
     [clean(Mirror, Side) || Side <- [local, cloud]],
     Mirror.
 
@@ -39,7 +52,7 @@ clean(#{prefix := Prefix} = Mirror, Side) ->
     Size = byte_size(Prefix),
     case engine_file:list(Cache) of
         {ok, Names} ->
-            [file:delete(engine_file:join(Cache, Name))
+            [engine_file:delete(engine_file:join(Cache, Name))
              || <<Start:Size/binary, _/binary>> = Name <- Names, Start =:= Prefix];
         {error, _} -> []
     end.
@@ -47,24 +60,22 @@ clean(#{prefix := Prefix} = Mirror, Side) ->
 cache_dir(Mirror, Side) ->
     engine_file:join(maps:get(Side, Mirror), engine_file:cache_name()).
 
-%% Dirs are the directories of the local side to look at again, or "all";
-%% Force plans even when nothing seems to have changed.
+%% Dirs are the directories to look at again, on both sides, or "all"; Force
+%% tries again what could not be done.
 -spec pass([binary()] | all, boolean(), mirror()) -> {result(), mirror()}.
 pass(Dirs, Force, Mirror0) ->
     case bind(Mirror0) of
-        {blocked, Side} -> {{blocked, Side}, Mirror0#{views := none}};
+        {blocked, Side} -> {{blocked, Side}, Mirror0#{known := false}};
         {ok, Mirror1} ->
-            Mirror2 = look(Dirs, Mirror1#{retry := false, again := false}),
-            Same = maps:get(views, Mirror2) =:= maps:get(views, Mirror1),
-            case Same andalso not Force andalso is_settled(Mirror1, Mirror2) of
-                true -> {result(Mirror2), Mirror2};
-                false -> work(Mirror2)
+            Mirror2 = Mirror1#{again := false, force := Force, disturbed := #{}},
+            case Force of
+                true -> work(with_stuck(Dirs, Mirror2), Mirror2#{stuck := #{}});
+                false -> work(Dirs, Mirror2)
             end
     end.
 
-%% With what is known by a later look.
-is_settled(#{settled := {until, Second}}, #{seen := Seen}) -> Seen < Second;
-is_settled(#{settled := Settled}, _) -> Settled.
+with_stuck(all, _) -> all;
+with_stuck(Dirs, #{stuck := Stuck}) -> Dirs ++ [engine_path:parent(Path) || Path <- maps:keys(Stuck)].
 
 %% The tree is believed only for the two roots that it was made from.
 bind(#{uid := Uid, tree := Tree} = Mirror) ->
@@ -78,8 +89,7 @@ bind(#{uid := Uid, tree := Tree} = Mirror) ->
                     Tokens = {LocalToken, CloudToken},
                     case engine_tree:tokens(Tree) of
                         Tokens -> {ok, Mirror};
-                        _ ->
-                            {ok, change({bind, Tokens}, Mirror#{views := none})}
+                        _ -> {ok, flush(change({bind, Tokens}, Mirror#{known := false}))}
                     end;
                 {{error, _}, _} -> {blocked, local};
                 {_, {error, _}} -> {blocked, cloud}
@@ -89,93 +99,196 @@ bind(#{uid := Uid, tree := Tree} = Mirror) ->
 claim(_, _, {marked, Uid, Token}, Uid) -> {ok, Token};
 claim(Mirror, Side, _, Uid) -> engine_roots:claim(maps:get(Side, Mirror), Uid).
 
-%% The tree here and its twin at the receiver of the reports go in step.
-change(Delta, #{tree := Tree, report := Report} = Mirror) ->
-    Report({tree, Delta}),
-    Mirror#{tree := engine_tree:change(Delta, Tree)}.
+%% What is changed goes out in bundles; whoever reads the tree flushes first.
+change(Delta, #{deltas := Deltas} = Mirror) when length(Deltas) < ?DELTAS ->
+    Mirror#{deltas := [Delta | Deltas]};
+change(Delta, #{deltas := Deltas} = Mirror) -> flush(Mirror#{deltas := [Delta | Deltas]}).
 
-look(Dirs, #{local := Local, cloud := Cloud, views := Views} = Mirror) ->
+flush(#{deltas := []} = Mirror) -> Mirror;
+flush(#{deltas := Deltas, change := Change} = Mirror) ->
+    ok = Change(lists:reverse(Deltas)),
+    Mirror#{deltas := []}.
+
+%% ---- Finding the work ------------------------------------------------------
+
+work(Dirs, #{known := Known} = Mirror0) ->
     Started = erlang:monotonic_time(millisecond),
-    Seen = erlang:system_time(second),
-    LocalView = case {Views, Dirs} of
-                    {none, _} -> engine_scan:full(Local);
-                    {_, all} -> engine_scan:full(Local);
-                    {{{_, Unknown} = Old, _}, _} ->
-                        engine_scan:partial(Local, Unknown ++ Dirs, Old)
-                end,
-    CloudView = engine_scan:full(Cloud),
-    Mirror#{views := {LocalView, CloudView}, seen => Seen,
-            scan_ms := erlang:monotonic_time(millisecond) - Started,
-            space := engine_scan:size(CloudView)}.
-
-result(#{space := Space, scan_ms := ScanMs, retry := Retry, again := Again,
-         views := {{_, U1}, {_, U2}}}) ->
-    {done, #{space => Space, scan_ms => ScanMs, retry => Retry orelse U1 ++ U2 =/= [], again => Again}}.
-
-work(Mirror0) ->
-    #{views := {L, C}, tree := Tree, system := System} = Mirror0,
-    {L0, C0, Refused} = engine_names:refused(System, L, C),
-    Moves = engine_plan:moves(engine_tree:nodes(Tree), L0, C0),
-    Mirror1 = run(Moves, Mirror0#{moves := Moves, alike := alike(Mirror0)}),
-    {L1, C1, Nodes, Clashing} = without_what_clashes(Mirror1),
-    {Hashes, Mirror2} = read_all(engine_plan:doubts(Nodes, L1, C1), held(Refused ++ Clashing, Mirror1)),
-    Actions = engine_plan:plan(Nodes, L1, C1, Hashes),
-    Mirror3 = run(Actions, Mirror2#{hashes => Hashes, progress := progress(Actions, Mirror2)}),
-    #{retry := Retry, again := Again} = Mirror3,
-    Settled = not (Retry orelse Again) andalso settled(Mirror3),
+    {Places, Mirror1} = places(Dirs, Mirror0),
+    Found = engine_survey:run(Places, Mirror1),
+    Whole = Dirs =:= all orelse not Known,
+    Mirror2 = surveyed(Found, case Whole of
+                                  true -> Mirror1#{space := 0, later := #{}, unseen := [], known := true,
+                                                   scan_ms := erlang:monotonic_time(millisecond) - Started};
+                                  false -> Mirror1
+                              end),
+    {Needs, Coming, Mirror3} = follow_moves(Found, Mirror2),
+    Mirror4 = all_batches(Needs, Coming, Mirror3),
+    #{again := Again, recalled := Recalled} = Mirror4,
     %% Once all is done, the tree is that of this engine, and as it is.
-    Recalled = maps:get(recalled, Mirror3) andalso Settled =:= false,
-    {Result, Mirror4} = {result(Mirror3), Mirror3#{settled := Settled, recalled := Recalled,
-                                                   moves := [], progress := none}},
-    {Result, maps:remove(hashes, Mirror4)}.
+    Mirror5 = Mirror4#{recalled := Recalled andalso (has_left(Mirror4) orelse Again orelse not Whole), progress := none,
+                       views := none, nodes := #{}, hashes := #{}, moves := []},
+    {result(Mirror5), Mirror5}.
 
-without_what_clashes(#{views := {Local, Cloud}, tree := Tree, system := System}) ->
-    Nodes = engine_tree:nodes(Tree),
-    {L0, C0, _} = engine_names:refused(System, Local, Cloud),
+places(all, Mirror) -> {[{both, <<>>}], Mirror};
+places(_, #{known := false} = Mirror) -> {[{both, <<>>}], Mirror};
+places(Dirs, #{later := Later, unseen := Unseen} = Mirror) ->
+    Now = erlang:system_time(second),
+    Due = [Dir || {Dir, Second} <- maps:to_list(Later), Second =< Now],
+    Wanted = lists:usort([engine_survey:nearest(Dir, Mirror) || Dir <- Dirs ++ Due ++ Unseen, not in_cache(Dir)]),
+    {[{one, Dir} || Dir <- Wanted], Mirror#{later := maps:without(Due, Later), unseen := []}}.
+
+in_cache(Dir) ->
+    Cache = engine_file:cache_name(),
+    Dir =:= Cache orelse engine_path:is_below(Dir, Cache).
+
+surveyed(#{later := More, missing := Missing, unknown := Unknown, space := Grown},
+         #{later := Later, space := Space, unseen := Unseen} = Mirror) ->
+    lists:foldl(fun disturbed/2,
+                Mirror#{later := maps:merge(Later, More), space := max(0, Space + Grown),
+                       unseen := lists:usort(Unknown ++ Unseen)},
+                Missing).
+
+has_left(#{stuck := Stuck, unseen := Unseen}) -> map_size(Stuck) > 0 orelse Unseen =/= [].
+
+result(#{space := Space, scan_ms := ScanMs, again := Again, later := Later} = Mirror) ->
+    {done, #{space => Space, scan_ms => ScanMs, retry => has_left(Mirror), again => Again,
+             due => case maps:values(Later) of
+                        [] -> none;
+                        Seconds -> lists:min(Seconds)
+                    end}}.
+
+%% ---- Renames ---------------------------------------------------------------
+
+%% What is gone in one place and new in another may have been renamed. What can
+%% be seen without looking deeper is followed first: a directory with all that
+%% is in it is one step then.
+follow_moves(Found, #{recalled := Recalled} = Mirror) ->
+    Depths = case Recalled of
+                 true -> [deep];
+                 false -> [flat, deep]
+             end,
+    lists:foldl(fun moves_at/2, {maps:get(dirs, Found), maps:get(coming, Found), Mirror}, Depths).
+
+moves_at(Depth, {Needs, Coming, Mirror0} = Unchanged) ->
+    case may_hold_moves(Needs) of
+        [] -> Unchanged;
+        Dirs ->
+            #{system := System} = Mirror0,
+            {Nodes, L, C, _} = lists:foldl(fun(Dir, Seen) -> engine_survey:collect(Dir, Depth, Mirror0, Seen) end,
+                                           engine_survey:nothing_seen(), Dirs),
+            {L0, C0, _} = engine_names:refused(System, L, C),
+            Mirror1 = show({L, C}, Nodes, Mirror0),
+            case engine_plan:moves(Nodes, L0, C0) of
+                [] -> Unchanged;
+                Moves ->
+                    Mirror2 = flush(run(Moves, Mirror1#{moves := Moves, moved := []})),
+                    Moved = maps:get(moved, Mirror2),
+                    %% What changed in a directory just before was told of under its old name.
+                    Found = engine_survey:run([{one, Dir} || Dir <- Dirs] ++ [{both, Dir} || Dir <- Moved], Mirror2),
+                    {maps:merge(maps:without(Dirs, Needs), maps:get(dirs, Found)),
+                     maps:merge(without_below(Moved, Coming), maps:get(coming, Found)),
+                     %% What it holds was counted under the old name.
+                     surveyed(Found#{space := 0}, Mirror2)}
+            end
+    end.
+
+may_hold_moves(Needs) ->
+    Moving = maps:filter(fun(_, #{gone := Gone, new := New}) -> Gone ++ New =/= [] end, Needs),
+    Sides = fun(What) -> lists:usort(lists:append([maps:get(What, Need) || Need <- maps:values(Moving)])) end,
+    case [Side || Side <- Sides(gone), lists:member(Side, Sides(new))] of
+        [] -> [];
+        _ -> lists:sort(maps:keys(Moving))
+    end.
+
+without_below([], Map) -> Map;
+without_below(Dirs, Map) ->
+    maps:filter(fun(Path, _) ->
+                        not lists:any(fun(Dir) -> Path =:= Dir orelse engine_path:is_below(Path, Dir) end, Dirs)
+                end, Map).
+
+%% ---- Batches ---------------------------------------------------------------
+
+%% Where something is to be removed comes first: room is made before it is used.
+all_batches(Needs, Coming, Mirror) ->
+    {Removing, Rest} = lists:partition(fun({_, #{gone := Gone}}) -> Gone =/= [] end, lists:sort(maps:to_list(Needs))),
+    Progress = progress(engine_survey:size(maps:merge(Coming, Needs))),
+    batches([Dir || {Dir, _} <- Removing ++ Rest], Needs, Coming, Mirror#{progress := Progress}).
+
+%% A directory that was made is worked on next, so that few wait.
+batches([], _, _, Mirror) -> Mirror;
+batches(Dirs, Needs, Coming, Mirror0) ->
+    {Batch, Rest, Seen} = gather(Dirs, [], engine_survey:nothing_seen(), Mirror0),
+    Expected = engine_survey:size(maps:with(Batch, maps:merge(Coming, Needs))),
+    #{made := Made} = Mirror1 = batch(Batch, Seen, Expected, Mirror0#{made := []}),
+    Waiting = maps:without(Batch, Needs),
+    batches([Dir || Dir <- Made, not is_map_key(Dir, Waiting)] ++ Rest, Waiting, maps:without(Batch, Coming), Mirror1).
+
+gather([], Batch, Seen, _) -> {Batch, [], Seen};
+gather([Dir | Dirs], Batch, Seen0, Mirror) ->
+    {Nodes, {L, _}, {C, _}, _} = Seen = engine_survey:collect(Dir, flat, Mirror, Seen0),
+    case map_size(Nodes) + map_size(L) + map_size(C) of
+        Size when Size >= ?BATCH -> {[Dir | Batch], Dirs, Seen};
+        _ -> gather(Dirs, [Dir | Batch], Seen, Mirror)
+    end.
+
+batch(Dirs, {Nodes, L, C, Missing}, Expected, #{system := System} = Mirror0) ->
+    Mirror1 = lists:foldl(fun disturbed/2, show({L, C}, Nodes, Mirror0), Missing),
+    {L0, C0, Refused} = engine_names:refused(System, L, C),
     {L1, C1, Clashing} = engine_names:clashing(System, Nodes, L0, C0),
-    {L1, C1, Nodes, Clashing}.
+    {Hashes, Mirror2} = read_all(engine_plan:doubts(Nodes, L1, C1), held(Dirs, Refused ++ Clashing, Mirror1)),
+    Actions = engine_plan:plan(Nodes, L1, C1, Hashes),
+    {Copies, Others} = lists:partition(fun(Action) -> element(1, Action) =:= copy end, Actions),
+    Mirror3 = run(Others, Mirror2#{hashes := Hashes}),
+    flush(copy_all(Copies, expect(Expected, Copies, Mirror3))).
+
+%% What a batch works on, until the next one.
+show({Local, Cloud}, Nodes, Mirror) ->
+    Mirror#{views := {Local, Cloud}, nodes := Nodes, hashes := #{}, moves := [],
+            alike := alike(Mirror, Local, Cloud, Nodes)}.
 
 %% What is seen under one of these may stand there under another: looking at it
 %% takes looking at the directory.
-alike(#{system := other}) -> sets:new();
-alike(#{views := {{Local, _}, {Cloud, _}}, tree := Tree}) ->
-    Paths = lists:append([maps:keys(Map) || Map <- [Local, Cloud, engine_tree:nodes(Tree)]]),
+alike(#{system := other}, _, _, _) -> sets:new();
+alike(_, {Local, _}, {Cloud, _}, Nodes) ->
+    Paths = lists:append([maps:keys(Map) || Map <- [Local, Cloud, Nodes]]),
     sets:from_list(lists:append(engine_names:alike(Paths))).
 
 %% Each is told once, and again after it was gone.
-held(Held, #{held := Told, report := Report} = Mirror) ->
-    [Report({held, Path, Reason}) || {Path, Reason} <- Held -- Told],
-    Mirror#{held := Held}.
-
-settled(#{tree := Tree, views := {Local, Cloud}, seen := Seen}) ->
-    case engine_plan:fresh_until(engine_tree:nodes(Tree), Local, Cloud, Seen) of
-        none -> true;
-        Second -> {until, Second}
-    end.
+held(Dirs, Held, #{held := Told, report := Report} = Mirror) ->
+    [Report({held, Path, Reason}) || {Path, Reason} <- Held, not is_map_key(Path, Told)],
+    Elsewhere = maps:filter(fun(Path, _) -> not lists:member(engine_path:parent(Path), Dirs) end, Told),
+    Mirror#{held := maps:merge(Elsewhere, maps:from_list(Held))}.
 
 read_all(Doubts, Mirror) ->
-    lists:foldl(
-      fun({Side, Path}, {Hashes, M}) ->
-              Seen = erlang:system_time(second),
-              Absolute = absolute(M, Side, Path),
-              Entry = entry(M, Side, Path),
-              case {read_hash(Absolute, M), engine_file:look(Absolute)} of
-                  {{ok, Hash}, Entry} -> {Hashes#{{Side, Path} => {Hash, Seen}}, M};
-                  {{ok, _}, _} -> {Hashes#{{Side, Path} => error}, disturbed(Path, M)};
-                  {{error, Reason}, _} ->
-                      {Hashes#{{Side, Path} => error}, failed({read, Side, Path}, Reason, M)}
-              end
-      end, {#{}, Mirror}, Doubts).
+    #{opener := Opener} = Mirror,
+    Files = [{Side, Path, absolute(Mirror, Side, Path), entry(Mirror, Side, Path)} || {Side, Path} <- Doubts],
+    engine_pool:run(workers(Files), Files,
+                    fun({_, _, Absolute, _}, _) ->
+                            Seen = erlang:system_time(second),
+                            {Seen, read_hash(Absolute, Opener), engine_file:look(Absolute)}
+                    end,
+                    fun({done, {Side, Path, _, Entry}, Read}, Acc) -> {[], have_read(Side, Path, Entry, Read, Acc)} end,
+                    {#{}, Mirror}).
 
-read_hash(Absolute, #{opener := Opener}) ->
-    %% The same door as for copying, so that a file which cannot be read is
-    %% refused in both places.
+have_read(Side, Path, Entry, {Seen, {ok, Hash}, Entry}, {Hashes, Mirror}) ->
+    {Hashes#{{Side, Path} => {Hash, Seen}}, Mirror};
+have_read(Side, Path, _, {_, {ok, _}, _}, {Hashes, Mirror}) ->
+    {Hashes#{{Side, Path} => error}, disturbed(Path, Mirror)};
+have_read(Side, Path, _, {_, {error, Reason}, _}, {Hashes, Mirror}) ->
+    {Hashes#{{Side, Path} => error}, failed({read, Side, Path}, Reason, Mirror)}.
+
+%% The same door as for copying, so that a file which cannot be read is
+%% refused in both places.
+read_hash(Absolute, Opener) ->
     case Opener(Absolute, [read, raw, binary]) of
         {ok, File} ->
             _ = file:close(File),
             engine_file:hash(Absolute);
         {error, Reason} -> {error, Reason}
     end.
+
+workers(Items) when length(Items) < ?MANY -> 1;
+workers(_) -> engine_pool:workers().
 
 %% ---- Carrying out ----------------------------------------------------------
 
@@ -198,8 +311,8 @@ act({move, Side, From, To} = Action, Mirror) ->
 act({mkdir, Side, Path} = Action, Mirror) ->
     case now(Mirror, Side, Path) of
         absent ->
-            case file:make_dir(absolute(Mirror, Side, Path)) of
-                ok -> adopt(Path, set_entry(Side, Path, now(Mirror, Side, Path), Mirror));
+            case engine_file:make_new_dir(absolute(Mirror, Side, Path)) of
+                ok -> made(Path, adopt(Path, set_entry(Side, Path, now(Mirror, Side, Path), Mirror)));
                 {error, Reason} -> failed(Action, Reason, Mirror)
             end;
         _ -> disturbed(Path, Mirror)
@@ -209,7 +322,7 @@ act({aside, Side, Path} = Action, Mirror) ->
         false -> disturbed(Path, Mirror);
         true ->
             Free = free_name(Mirror, Path, calendar:local_time(), 1),
-            case file:rename(absolute(Mirror, Side, Path), absolute(Mirror, Side, Free)) of
+            case engine_file:rename(absolute(Mirror, Side, Path), absolute(Mirror, Side, Free)) of
                 ok -> disturbed(Path, Mirror);
                 {error, Reason} -> failed(Action, Reason, Mirror)
             end
@@ -217,10 +330,18 @@ act({aside, Side, Path} = Action, Mirror) ->
 act({delete, Side, Path} = Action, Mirror) ->
     remove(Side, Path, fun engine_file:delete/1, Action, Mirror);
 act({rmdir, Side, Path} = Action, Mirror) ->
-    remove(Side, Path, fun file:del_dir/1, Action, Mirror);
-act({forget, Path}, Mirror) -> change({drop, Path}, Mirror);
-act({adopt, Path}, Mirror) -> adopt(Path, Mirror);
-act({copy, Side, Path} = Action, Mirror) -> copy(Side, Path, Action, Mirror).
+    remove(Side, Path, fun engine_file:delete_dir/1, Action, Mirror);
+act({forget, Path}, Mirror) -> forget(Path, Mirror);
+act({adopt, Path}, #{nodes := Nodes} = Mirror) ->
+    Adopted = adopt(Path, Mirror),
+    case {Nodes, entry(Mirror, local, Path)} of
+        {#{Path := _}, _} -> Adopted;
+        {_, {dir, _}} -> made(Path, Adopted);
+        _ -> Adopted
+    end.
+
+%% What is in it is looked at next.
+made(Dir, #{made := Made} = Mirror) -> Mirror#{made := [Dir | Made]}.
 
 %% A deletion follows what the other side does not have; so that side must be
 %% there, with its marker, and must still not have it. What goes is looked at
@@ -237,12 +358,8 @@ remove(Side, Path, Remove, Action, Mirror) ->
                 ok ->
                     Freed = freed(Side, entry(Mirror, Side, Path)),
                     #{space := Space} = Removed = set_entry(Side, Path, absent, Mirror),
-                    change({drop, Path}, Removed#{space := Space - Freed,
-                                                  again := true});
-                {error, eexist} ->
-                    #{report := Report} = Mirror,
-                    Report({look_again, Path}),
-                    disturbed(Path, Mirror);
+                    disturbed(Path, forget(Path, Removed#{space := max(0, Space - Freed)}));
+                {error, eexist} -> look_again(Path, disturbed(Path, Mirror));
                 {error, Reason} -> failed(Action, Reason, Mirror)
             end
     end.
@@ -252,8 +369,8 @@ freed(_, _) -> 0.
 
 roots_stand(#{tree := Tree} = Mirror) ->
     {LocalToken, CloudToken} = engine_tree:tokens(Tree),
-    has_token(maps:get(local, Mirror), LocalToken)
-        andalso has_token(maps:get(cloud, Mirror), CloudToken).
+    roots_stand([{maps:get(local, Mirror), LocalToken}, {maps:get(cloud, Mirror), CloudToken}]);
+roots_stand(Roots) -> lists:all(fun({Root, Token}) -> has_token(Root, Token) end, Roots).
 
 has_token(Root, Token) ->
     case engine_roots:check(Root) of
@@ -262,54 +379,68 @@ has_token(Root, Token) ->
     end.
 
 %% Both sides hold the same: remember it.
-adopt(Path, #{tree := Tree} = Mirror) ->
-    Known = engine_tree:get(Path, Tree),
+adopt(Path, #{nodes := Nodes} = Mirror) ->
+    Known = maps:get(Path, Nodes, none),
     {Hash, LocalSeen} = content(local, Path, Known, Mirror),
     {_, CloudSeen} = content(cloud, Path, Known, Mirror),
     case {entry(Mirror, local, Path), entry(Mirror, cloud, Path)} of
         {{Kind, LocalSig}, {Kind, CloudSig}} ->
-            change({put, Path, #{kind => Kind, hash => Hash, local => {LocalSig, LocalSeen},
-                                 cloud => {CloudSig, CloudSeen}}}, Mirror);
+            remember(Path, #{kind => Kind, hash => Hash, local => {LocalSig, LocalSeen},
+                             cloud => {CloudSig, CloudSeen}}, Mirror);
         _ -> disturbed(Path, Mirror)
     end.
 
-content(Side, Path, Known, #{seen := Seen} = Mirror) ->
+remember(Path, Base, #{stuck := Stuck, later := Later} = Mirror) ->
+    #{kind := Kind, local := {Local, _}, cloud := {Cloud, _}} = Base,
+    Dir = engine_path:parent(Path),
+    Tells = case engine_plan:news(Base, {Kind, Local}, {Kind, Cloud}, erlang:system_time(second)) of
+                {later, Second} -> Later#{Dir => max(Second, maps:get(Dir, Later, 0))};
+                _ -> Later
+            end,
+    change({put, Path, Base}, Mirror#{stuck := maps:remove(Path, Stuck), later := Tells}).
+
+forget(Path, #{stuck := Stuck} = Mirror) ->
+    change({drop, Path}, Mirror#{stuck := maps:remove(Path, Stuck)}).
+
+content(Side, Path, Known, Mirror) ->
     case {maps:get(hashes, Mirror, #{}), Known} of
         {#{{Side, Path} := {Hash, Read}}, _} -> {Hash, Read};
         {_, #{kind := file, hash := Hash, Side := {_, Before}}} -> {Hash, Before};
-        _ -> {<<>>, Seen}
+        _ -> {<<>>, erlang:system_time(second)}
     end.
 
 as_agreed(Side, Path, #{tree := Tree} = Mirror) ->
-    case engine_tree:get(Path, Tree) of
-        #{kind := dir} -> true;
-        #{hash := Hash, Side := {Sig, _}} = Base ->
-            (entry(Mirror, Side, Path) =:= {file, Sig} andalso not engine_plan:may_differ(Side, Base))
-                orelse engine_file:hash(absolute(Mirror, Side, Path)) =:= {ok, Hash};
-        none -> false
-    end.
+    as_agreed(Side, absolute(Mirror, Side, Path), entry(Mirror, Side, Path), engine_tree:get(Path, Tree)).
+
+as_agreed(_, _, _, #{kind := dir}) -> true;
+as_agreed(Side, Absolute, Entry, #{hash := Hash} = Base) ->
+    #{Side := {Sig, _}} = Base,
+    (Entry =:= {file, Sig} andalso not engine_plan:may_differ(Side, Base))
+        orelse engine_file:hash(Absolute) =:= {ok, Hash};
+as_agreed(_, _, _, none) -> false.
 
 rename(Side, From, To, Action, Mirror) ->
-    case file:rename(absolute(Mirror, Side, From), absolute(Mirror, Side, To)) of
+    case engine_file:rename(absolute(Mirror, Side, From), absolute(Mirror, Side, To)) of
         ok -> renamed(Side, From, To, Mirror);
         {error, Reason} -> failed(Action, Reason, Mirror)
     end.
 
 renamed(Side, From, To, Mirror) ->
-    Moved = change({move, From, To}, Mirror),
-    #{views := Views} = Moved,
-    Views1 = on_view(Side, Views, fun(Entries) -> engine_path:move_keys(From, To, Entries) end),
-    Entry = now(Mirror, Side, To),
-    Seen = set_entry(Side, To, Entry, Moved#{views := Views1}),
-    case {engine_tree:get(To, maps:get(tree, Seen)), Entry} of
-        {#{} = Base, {Kind, Sig}} ->
-            %% What changed in it just before was reported under its old name.
-            _ = Kind =:= dir andalso Side =:= local andalso (maps:get(report, Seen))({look_again, all}),
-            #{Side := {_, Read}} = Base,
-            Followed = change({put, To, Base#{Side := {Sig, Read}}}, Seen),
-            case Kind =:= dir andalso maps:get(recalled, Mirror) of
-                true -> forget_missing(Side, To, Followed);
-                false -> Followed
+    #{views := Views, tree := Tree} = Moved = flush(change({move, From, To}, Mirror)),
+    Entry = now(Moved, Side, To),
+    Rekey = case Entry of
+                {dir, _} -> fun(Entries) -> engine_path:move_keys(From, To, Entries) end;
+                _ -> fun(Entries) -> maps:remove(From, Entries) end
+            end,
+    Seen = set_entry(Side, To, Entry, Moved#{views := on_view(Side, Views, Rekey)}),
+    case {engine_tree:get(To, Tree), Entry} of
+        {#{Side := {_, Read}} = Base, {Kind, Sig}} ->
+            Followed = remember(To, Base#{Side := {Sig, Read}}, Seen),
+            case {Kind, Followed} of
+                {dir, #{recalled := true, moved := Dirs}} ->
+                    forget_missing(Side, To, flush(Followed#{moved := [To | Dirs]}));
+                {dir, #{moved := Dirs}} -> Followed#{moved := [To | Dirs]};
+                _ -> Followed
             end;
         _ -> disturbed(To, Seen)
     end.
@@ -319,56 +450,67 @@ renamed(Side, From, To, Mirror) ->
 %% taken for new, and not for deleted here, unless it is renamed itself.
 forget_missing(Side, Dir, #{tree := Tree, moves := Moves} = Mirror) ->
     Moving = [From || {move, _, From, _} <- Moves],
-    Missing = [Path || Path <- maps:keys(engine_tree:nodes(Tree)), engine_path:is_below(Path, Dir),
+    Missing = [Path || {Path, _} <- engine_tree:below(Dir, Tree),
                        entry(Mirror, Side, Path) =:= absent,
-                       not lists:any(fun(From) -> Path =:= From orelse engine_path:is_below(Path, From) end,
-                                     Moving)],
-    lists:foldl(fun(Path, M) -> change({drop, Path}, M) end, Mirror, Missing).
+                       not lists:any(fun(From) -> Path =:= From orelse engine_path:is_below(Path, From)
+                                                      orelse engine_path:is_below(From, Path) end, Moving)],
+    flush(lists:foldl(fun forget/2, Mirror, Missing)).
 
-copy(Side, Path, Action, #{opener := Opener, rate := Rate, temps := Temps,
-                           prefix := Prefix} = Mirror) ->
-    {file, Sig} = entry(Mirror, engine_plan:other(Side), Path),
+%% ---- Copies ----------------------------------------------------------------
+
+copy_all([], Mirror) -> Mirror;
+copy_all(Copies, Mirror0) ->
+    {Jobs, #{opener := Opener, rate := Rate} = Mirror} = lists:foldl(fun prepare/2, {[], Mirror0}, Copies),
+    Workers = case Rate of
+                  unlimited -> workers(Jobs);
+                  _ -> 1
+              end,
+    engine_pool:run(Workers, lists:reverse(Jobs),
+                    fun({_, _, Job}, Tell) -> do_copy(Job, Rate, Opener, Tell) end,
+                    fun({told, _, Bytes}, Acc) -> {[], moved(Bytes, Acc)};
+                       ({done, {Side, Path, Job}, Result}, Acc) ->
+                            {[], copied(Side, Path, Job, Result, one_less(Side, Acc))}
+                    end, Mirror).
+
+%% The room that a copy will take is taken at once.
+prepare({copy, Side, Path} = Action, {Jobs, #{space := Space, prefix := Prefix, tree := Tree} = Mirror}) ->
+    Other = engine_plan:other(Side),
+    {file, {Size, _, _, _} = Sig} = entry(Mirror, Other, Path),
     Expect = entry(Mirror, Side, Path),
-    Size = element(1, Sig),
-    case fits(Side, Size, Expect, Mirror) of
-        false -> skipped(Size, failed(Action, quota, Mirror));
+    Growth = case Side of
+                 cloud -> Size - freed(cloud, Expect);
+                 local -> 0
+             end,
+    case Growth =< 0 orelse Space + Growth =< maps:get(quota, Mirror) of
+        false -> {Jobs, skipped(Size, failed(Action, quota, Mirror))};
         true ->
-            Temp = engine_file:join(cache_dir(Mirror, Side),
-                                    <<Prefix/binary, "-", (integer_to_binary(Temps))/binary,
-                                      ".part">>),
-            Job = #{from => absolute(Mirror, engine_plan:other(Side), Path), seen => Sig,
-                    to => absolute(Mirror, Side, Path), expect => Expect, temp => Temp},
-            Started = erlang:system_time(second),
-            {Copied, Progress} =
-                engine_copy:copy(Job, Rate, Opener, teller(Side, Mirror),
-                                 maps:get(progress, Mirror),
-                                 fun() ->
-                                         roots_stand(Mirror)
-                                             andalso (Expect =:= absent
-                                                      orelse as_agreed(Side, Path, Mirror))
-                                 end),
-            Told = Mirror#{progress := Progress, temps := Temps + 1},
-            copied(Side, Path, Action, Copied, Sig, Started, one_less(Side, Told))
+            Temp = <<Prefix/binary, "-", (integer_to_binary(erlang:unique_integer([positive])))/binary, ".part">>,
+            {LocalToken, CloudToken} = engine_tree:tokens(Tree),
+            Job = #{from => absolute(Mirror, Other, Path), seen => Sig, to => absolute(Mirror, Side, Path),
+                    expect => Expect, temp => engine_file:join(cache_dir(Mirror, Side), Temp),
+                    side => Side, growth => Growth, base => engine_tree:get(Path, Tree),
+                    roots => [{maps:get(local, Mirror), LocalToken}, {maps:get(cloud, Mirror), CloudToken}]},
+            {[{Side, Path, Job} | Jobs], Mirror#{space := max(0, Space + Growth)}}
     end.
 
-copied(Side, Path, _, {ok, Hash, NewSig}, Sig, Started, Mirror) ->
-    Written = erlang:system_time(second),
-    Marks = #{Side => {NewSig, Written}, engine_plan:other(Side) => {Sig, Started}},
-    Base = maps:merge(#{kind => file, hash => Hash}, Marks),
-    #{space := Space} = Mirror,
-    Grown = case Side of
-                cloud -> Space + element(1, NewSig) - freed(cloud, entry(Mirror, cloud, Path));
-                local -> Space
-            end,
-    change({put, Path, Base}, set_entry(Side, Path, {file, NewSig}, Mirror#{space := Grown}));
-copied(_, Path, _, {error, changed}, _, _, Mirror) -> disturbed(Path, Mirror);
-copied(_, Path, _, {error, root_changed}, _, _, Mirror) -> disturbed(Path, Mirror);
-copied(_, _, Action, {error, Reason}, _, _, Mirror) -> failed(Action, Reason, Mirror).
+do_copy(#{side := Side, to := To, expect := Expect, base := Base, roots := Roots} = Job, Rate, Opener, Tell) ->
+    Started = erlang:system_time(second),
+    Allowed = fun() ->
+                      roots_stand(Roots) andalso (Expect =:= absent orelse as_agreed(Side, To, Expect, Base))
+              end,
+    {Copied, ok} = engine_copy:copy(Job, Rate, Opener, fun(Bytes, ok) -> Tell(Bytes) end, ok, Allowed),
+    {Copied, Started, erlang:system_time(second)}.
 
-fits(local, _, _, _) -> true;
-fits(cloud, Size, Expect, #{space := Space, quota := Quota}) ->
-    Growth = Size - freed(cloud, Expect),
-    Growth =< 0 orelse Space + Growth =< Quota.
+copied(Side, Path, #{seen := Sig}, {{ok, Hash, NewSig}, Started, Written}, Mirror) ->
+    Marks = #{Side => {NewSig, Written}, engine_plan:other(Side) => {Sig, Started}},
+    remember(Path, maps:merge(#{kind => file, hash => Hash}, Marks), set_entry(Side, Path, {file, NewSig}, Mirror));
+copied(Side, Path, #{growth := Growth}, {{error, Reason}, _, _}, #{space := Space} = Mirror) ->
+    Freed = Mirror#{space := max(0, Space - Growth)},
+    case Reason of
+        changed -> disturbed(Path, Freed);
+        root_changed -> disturbed(Path, Freed);
+        _ -> failed({copy, Side, Path}, Reason, Freed)
+    end.
 
 free_name(Mirror, Path, Time, Try) ->
     Name = engine_path:conflict_name(Path, Time, Try),
@@ -378,13 +520,17 @@ free_name(Mirror, Path, Time, Try) ->
     end.
 
 %% Something is not as it was seen: that directory is looked at again.
-disturbed(Path, #{report := Report} = Mirror) ->
-    Report({look_again, engine_path:parent(Path)}),
-    Mirror#{again := true}.
+disturbed(Path, Mirror) -> look_again(engine_path:parent(Path), Mirror#{again := true}).
 
-failed(Action, Reason, #{report := Report} = Mirror) ->
+look_again(Dir, #{disturbed := Told} = Mirror) when is_map_key(Dir, Told) -> Mirror;
+look_again(Dir, #{disturbed := Told, report := Report} = Mirror) ->
+    Report({look_again, Dir}),
+    Mirror#{disturbed := Told#{Dir => true}}.
+
+failed(Action, Reason, #{report := Report, stuck := Stuck} = Mirror) ->
     Report({failed, Action, Reason}),
-    Mirror#{retry := true}.
+    Path = element(3, Action),
+    Mirror#{stuck := Stuck#{Path => {entry(Mirror, local, Path), entry(Mirror, cloud, Path)}}}.
 
 %% ---- Views -----------------------------------------------------------------
 
@@ -424,26 +570,30 @@ on_view(cloud, {Local, {Cloud, Unknown}}, Fun) -> {Local, {Fun(Cloud), Unknown}}
 
 %% ---- Progress --------------------------------------------------------------
 
-progress(Actions, Mirror) ->
-    Copies = [{Side, Path} || {copy, Side, Path} <- Actions],
-    Left = lists:sum([element(1, Sig) || {Side, Path} <- Copies,
-                                         {file, Sig} <- [entry(Mirror, engine_plan:other(Side),
-                                                               Path)]]),
-    #{cloud => length([1 || {cloud, _} <- Copies]), local => length([1 || {local, _} <- Copies]),
-      left => Left, moved => 0, started => erlang:monotonic_time(millisecond), told => never}.
+progress({Cloud, Local, Bytes}) ->
+    #{cloud => Cloud, local => Local, left => Bytes, moved => 0,
+      started => erlang:monotonic_time(millisecond), told => never}.
+
+%% What a batch was thought to need, and what it does.
+expect({Cloud, Local, Bytes}, Copies, #{progress := Progress} = Mirror) ->
+    #{cloud := Ups, local := Downs, left := Left} = Progress,
+    Sizes = [Size || {copy, Side, Path} <- Copies,
+                     {file, {Size, _, _, _}} <- [entry(Mirror, engine_plan:other(Side), Path)]],
+    Up = length([1 || {copy, cloud, _} <- Copies]),
+    Mirror#{progress := Progress#{cloud := max(0, Ups - Cloud) + Up,
+                                  local := max(0, Downs - Local) + length(Copies) - Up,
+                                  left := max(0, Left - Bytes) + lists:sum(Sizes)}}.
 
 %% Nothing is said before a first source could be opened, so files that wait
 %% for permission or room do not make the client flicker.
-teller(_, #{report := Report}) ->
-    fun(Bytes, #{left := Left, moved := Moved, told := Told} = Progress) ->
-            Now = erlang:monotonic_time(millisecond),
-            Next = Progress#{left := max(0, Left - Bytes), moved := Moved + Bytes},
-            case Told =:= never orelse Now - Told >= ?REPORT_MS of
-                true ->
-                    Report({progress, figures(Next, Now)}),
-                    Next#{told := Now};
-                false -> Next
-            end
+moved(Bytes, #{report := Report, progress := #{left := Left, moved := Moved, told := Told} = Progress} = Mirror) ->
+    Now = erlang:monotonic_time(millisecond),
+    Next = Progress#{left := max(0, Left - Bytes), moved := Moved + Bytes},
+    case Told =:= never orelse Now - Told >= ?REPORT_MS of
+        true ->
+            Report({progress, figures(Next, Now)}),
+            Mirror#{progress := Next#{told := Now}};
+        false -> Mirror#{progress := Next}
     end.
 
 figures(#{cloud := Up, local := Down, left := Left, moved := Moved, started := Started}, Now) ->

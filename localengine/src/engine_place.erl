@@ -4,7 +4,7 @@
 
 -include_lib("kernel/include/logger.hrl").
 
--export([lock/2, unlock/1, log_to/1, cloud_root/2, home/0, rate/0, poll_ms/0]).
+-export([lock/2, unlock/1, log_to/1, cloud_root/2, home/0, rate/0, poll_ms/0, watcher/0]).
 
 -export_type([lock/0]).
 
@@ -105,3 +105,21 @@ positive(Variable, Default) ->
         {Number, ""} when is_integer(Number), Number > 0 -> Number;
         _ -> Default
     end.
+
+%% The program that watches a directory: beside the client, two floors above the
+%% engine.
+-spec watcher() -> binary() | none.
+watcher() ->
+    Program = case os:getenv("ORVEL_LOCAL_WATCH") of
+                  Set when Set =:= false; Set =:= "" ->
+                      Above = filename:dirname(filename:dirname(filename:dirname(code:which(?MODULE)))),
+                      engine_file:join(engine_file:from_native(Above), watcher_name(engine_names:system()));
+                  Set -> engine_file:from_native(Set)
+              end,
+    case engine_file:look(Program) of
+        {file, _} -> Program;
+        _ -> none
+    end.
+
+watcher_name(windows) -> <<"orvel-watch.exe">>;
+watcher_name(other) -> <<"orvel-watch">>.

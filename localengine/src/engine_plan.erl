@@ -7,7 +7,7 @@
 %% at, and everything below it, is left alone.
 -module(engine_plan).
 
--export([moves/3, doubts/3, plan/4, other/1, may_differ/2, fresh_until/4]).
+-export([moves/3, doubts/3, plan/4, other/1, may_differ/2, news/4]).
 
 -export_type([action/0, side/0, hashes/0]).
 
@@ -147,22 +147,24 @@ may_differ(Side, Base) ->
     #{Side := {{_, MTime, _, _}, _} = Mark} = Base,
     is_fresh(MTime, Mark).
 
-%% The second from which on reading them again tells whether files that may
-%% differ do; none without such a file. Seen is when the views were made. A time
-%% far ahead of it is none that a write gives.
--spec fresh_until(nodes(), engine_scan:view(), engine_scan:view(), integer()) -> none | integer().
-fresh_until(Nodes, Local, Cloud, Seen) ->
-    Fresh = [{MTime, Path} || {Path, #{kind := file} = Base} <- maps:to_list(Nodes),
-                              Side <- [local, cloud],
-                              #{Side := {{_, MTime, _, _}, _} = Mark} <- [Base],
-                              is_fresh(MTime, Mark),
-                              %% Otherwise this pass has read it in vain.
-                              MTime + 2 > Seen, MTime < Seen + 60],
-    Frozen = frozen(Local, Cloud),
-    case [MTime || {MTime, Path} <- Fresh, not is_frozen(Path, Frozen)] of
-        [] -> none;
-        Times -> lists:min(Times) + 2
-    end.
+%% Whether an item is as both sides last had it. Files that look so, but may
+%% have changed again within the second in which they were seen, are news from
+%% the second on in which reading them tells. Seen is now. A time far ahead of it
+%% is none that a write gives.
+-spec news(engine_tree:base() | none, Local, Cloud, integer()) -> same | news | {later, integer()}
+              when Local :: engine_file:entry() | absent | unknown, Cloud :: engine_file:entry() | absent | unknown.
+news(_, L, C, _) when L =:= other; C =:= other; L =:= unknown; C =:= unknown -> same;
+news(#{kind := Kind, local := {L, _}, cloud := {C, _}} = Base, {Kind, L}, {Kind, C}, Seen) ->
+    case [MTime || Kind =:= file, Side <- [local, cloud], may_differ(Side, Base),
+                   #{Side := {{_, MTime, _, _}, _}} <- [Base], MTime < Seen + 60] of
+        [] -> same;
+        Times ->
+            case lists:max(Times) + 2 of
+                Second when Second > Seen -> {later, Second};
+                _ -> news
+            end
+    end;
+news(_, _, _, _) -> news.
 
 %% ---- The plan --------------------------------------------------------------
 

@@ -207,6 +207,7 @@ open(#{uid := Uid, state_dir := StateDir, accounts := Accounts} = State) ->
                            #{uid => Uid, local => Root, cloud => Cloud, quota => Quota,
                              tree_file => engine_tree:file_name(StateDir, Uid),
                              rate => engine_place:rate(), poll => engine_place:poll_ms(),
+                             watcher => engine_place:watcher(),
                              enabled => Enabled}, self()),
             Opened = tell_state(first_state(Enabled), idle(),
                                 State#{sync := Sync, root := Root, space := unknown}),

@@ -19,16 +19,23 @@
 -type options() :: #{uid := pos_integer(), local := binary(), cloud := binary(),
                      tree_file := binary(), quota := non_neg_integer(),
                      rate := pos_integer() | unlimited, enabled := boolean(),
+                     watcher => binary() | none,    % tells what changes in the cloud
                      opener => fun(), poll => pos_integer(), retry => pos_integer()}.
 
 -define(POLL_MS, 2000).
 -define(RETRY_MS, 10000).
 -define(AGAIN_MS, 300).
-%% The local side is looked at in full this often, should a report of a change
-%% have been missed: before the client watches, or because it cannot.
+-define(SAVE_MS, 1000).
+%% Everything is looked at this often at most, should a report of a change have
+%% been missed: before the client watches, or because it cannot.
 -define(FULL_LOOK_MS, 15000).
-%% A look or a save may take up to this share of the time.
--define(REST_FACTOR, 20).
+%% The share of the time that looking at everything may take: while nobody tells
+%% what changes in the cloud, and when somebody does.
+-define(BLIND_SHARE, 20).
+-define(WATCHED_SHARE, 300).
+-define(BLIND_MAX_MS, 60000).
+-define(WATCHED_MAX_MS, 3600000).
+-define(WATCH_AGAIN_MS, 60000).
 
 -spec start_link(options(), pid()) -> {ok, pid()}.
 start_link(Options, Owner) -> gen_server:start_link(?MODULE, {Options, Owner}, []).
@@ -49,17 +56,18 @@ stop(Sync) -> gen_server:stop(Sync).
 init({#{tree_file := File} = Options, Owner}) ->
     process_flag(trap_exit, true),
     State = #{options => maps:merge(#{opener => fun file:open/2, poll => ?POLL_MS,
-                                      retry => ?RETRY_MS}, Options),
-              owner => Owner, tree => engine_tree:load(File), unsaved => false,
+                                      retry => ?RETRY_MS, watcher => none}, Options),
+              owner => Owner, tree => engine_tree:load(File), unsaved => [],
               save_timer => none, worker => none, busy => false, dirty => all,
-              force_at => none, full_at => erlang:monotonic_time(millisecond),
-              poll_timer => none,
+              force_at => none, full_at => now_ms(), looked_at => now_ms(), look_ms => 0,
+              look => all, watch => none, watch_at => now_ms(), poll_timer => none,
               enabled => maps:get(enabled, Options), state => none, space => none,
               missing => false},
     {ok, poll_in(0, State)}.
 
 handle_call({id_path, Path}, _, #{tree := Tree} = State) ->
-    {reply, engine_tree:id_path(Path, Tree), State}.
+    {reply, engine_tree:id_path(Path, Tree), State};
+handle_call({change, Deltas}, _, State) -> {reply, ok, change(Deltas, State)}.
 
 handle_cast({changed, Dirs}, State) ->
     {noreply, poll_in(0, add_dirty(Dirs, State))};
@@ -78,6 +86,11 @@ handle_info({worker, Worker, Report}, #{worker := Worker} = State) ->
 handle_info({'EXIT', Worker, Reason}, #{worker := Worker} = State) ->
     ?LOG_ERROR("a pass failed: ~0p", [Reason]),
     {noreply, poll_in(poll_ms(State), State#{worker := none, busy := false, dirty := all})};
+handle_info({watch, Watch, What}, #{watch := Watch} = State) ->
+    {noreply, poll_in(0, add_dirty(case What of {changed, Dirs} -> Dirs; all -> [<<>>] end, State))};
+handle_info({'EXIT', Watch, Reason}, #{watch := Watch} = State) ->
+    ?LOG_NOTICE("the cloud is not watched: ~0p", [Reason]),
+    {noreply, everything_soon(State#{watch := none, watch_at := now_ms() + ?WATCH_AGAIN_MS})};
 handle_info({'EXIT', Owner, Reason}, #{owner := Owner} = State) -> {stop, Reason, State};
 handle_info(_, State) -> {noreply, State}.
 
@@ -87,29 +100,39 @@ terminate(_, State) ->
 
 %% ---- Passes ----------------------------------------------------------------
 
+%% Whoever has missed what changed names the root. It is looked at like any other
+%% directory at once, and then everything.
 add_dirty(_, #{dirty := all} = State) -> State;
-add_dirty(all, State) -> State#{dirty := all};
 add_dirty(Dirs, #{dirty := Dirty} = State) ->
-    %% The client names the root, too, when it has missed what changed.
+    More = State#{dirty := Dirs ++ Dirty},
     case lists:member(<<>>, Dirs) of
-        true -> State#{dirty := all};
-        false -> State#{dirty := Dirs ++ Dirty}
+        true -> everything_soon(More);
+        false -> More
     end.
 
+%% Not more often than its share of the time allows.
+everything_soon(#{full_at := FullAt, looked_at := LookedAt, look_ms := Ms} = State) ->
+    State#{full_at := min(FullAt, LookedAt + min(Ms * ?BLIND_SHARE, ?BLIND_MAX_MS))}.
+
 start_pass(#{worker := none} = State) -> start_pass(State#{worker := spawn_worker(State)});
-start_pass(#{worker := Worker, dirty := Dirty, full_at := FullAt, force_at := ForceAt} = State) ->
-    Now = erlang:monotonic_time(millisecond),
+start_pass(#{watch := none, watch_at := At, options := #{watcher := Program, cloud := Cloud}} = State)
+  when Program =/= none ->
+    case now_ms() >= At of
+        true -> start_pass(State#{watch := engine_watch:start_link(Program, Cloud)});
+        false -> pass(State)
+    end;
+start_pass(State) -> pass(State).
+
+pass(#{worker := Worker, dirty := Dirty, full_at := FullAt, force_at := ForceAt} = State) ->
+    Now = now_ms(),
     Force = ForceAt =/= none andalso Now >= ForceAt,
-    Look = case Now >= FullAt of
-               true -> all;
-               false -> Dirty
+    %% What was reported does not wait until everything was looked at.
+    Look = case Dirty of
+               [] when Now >= FullAt -> all;
+               _ -> Dirty
            end,
     Worker ! {pass, Look, Force},
-    State#{busy := true, dirty := [],
-           full_at := case Look of
-                          all -> Now + ?FULL_LOOK_MS;
-                          _ -> FullAt
-                      end,
+    State#{busy := true, dirty := [], look := Look,
            force_at := case Force of true -> none; false -> ForceAt end}.
 
 spawn_worker(#{options := Options, tree := Tree}) ->
@@ -117,7 +140,8 @@ spawn_worker(#{options := Options, tree := Tree}) ->
     spawn_link(fun() ->
                        Worker = self(),
                        Report = fun(Message) -> Sync ! {worker, Worker, Message}, ok end,
-                       work(engine_mirror:new(Options#{tree => Tree, report => Report}), Report)
+                       Change = fun(Deltas) -> gen_server:call(Sync, {change, Deltas}, infinity) end,
+                       work(engine_mirror:new(Options#{tree => Tree, change => Change, report => Report}), Report)
                end).
 
 work(Mirror, Report) ->
@@ -139,14 +163,12 @@ end_worker(#{worker := Worker} = State) ->
 %% What it had done until then was done.
 drain(Worker, State) ->
     receive
-        {worker, Worker, {tree, Delta}} -> drain(Worker, change(Delta, State));
+        {'$gen_call', {Worker, _}, {change, Deltas}} -> drain(Worker, change(Deltas, State));
         {worker, Worker, _} -> drain(Worker, State);
         {'EXIT', Worker, _} -> drain(Worker, State)
     after 0 -> State
     end.
 
-report({tree, Delta}, State) -> change(Delta, State);
-report({look_again, all}, State) -> add_dirty(all, State);
 report({look_again, Dir}, State) -> State#{dirty := again(Dir, maps:get(dirty, State))};
 report({failed, Action, Reason}, State) ->
     ?LOG_NOTICE("left for later: ~0tp: ~0tp", [Action, Reason]),
@@ -166,15 +188,13 @@ report({result, {done, _}}, #{missing := true, owner := Owner} = State) ->
     %% Whoever watched the missing side has lost it, and must find it again
     %% before the next look.
     Owner ! {sync, self(), returned},
-    poll_in(?AGAIN_MS, State#{missing := false, busy := false, dirty := all});
+    poll_in(?AGAIN_MS, State#{missing := false, busy := false, dirty := all, watch_at := now_ms()});
 report({result, {done, Result}}, State) ->
-    #{space := Space, retry := Retry, again := Again, scan_ms := ScanMs} = Result,
-    Rested = tell_space(Space, plan_retry(Retry, rest(ScanMs, State#{busy := false}))),
+    #{space := Space, retry := Retry, again := Again} = Result,
+    Rested = tell_space(Space, plan_retry(Retry, looked(Result, State#{busy := false}))),
     case {Again, Rested} of
-        {true, _} -> poll_in(max(?AGAIN_MS, ScanMs), Rested);
-        {false, #{dirty := []}} ->
-            poll_in(max(poll_ms(State), min(ScanMs * ?REST_FACTOR, 60000)),
-                    tell_state(ok, idle(), Rested));
+        {true, _} -> poll_in(?AGAIN_MS, Rested);
+        {false, #{dirty := []}} -> poll_in(poll_ms(State), tell_state(ok, idle(), Rested));
         %% Changes were reported meanwhile.
         {false, _} -> poll_in(0, Rested)
     end.
@@ -183,16 +203,22 @@ again(_, all) -> all;
 again(Dir, Dirty) -> [Dir | Dirty].
 
 %% Large trees are looked at less often.
-rest(ScanMs, #{full_at := FullAt} = State) ->
-    Rested = erlang:monotonic_time(millisecond) + min(ScanMs * ?REST_FACTOR, 60000),
-    State#{full_at := max(FullAt, Rested)}.
+looked(#{scan_ms := Ms}, #{look := all, watch := Watch, options := #{poll := Poll}} = State) ->
+    Rest = case Watch of
+               none -> max(Poll, min(Ms * ?BLIND_SHARE, ?BLIND_MAX_MS));
+               _ -> max(?FULL_LOOK_MS, min(Ms * ?WATCHED_SHARE, ?WATCHED_MAX_MS))
+           end,
+    State#{looked_at := now_ms(), look_ms := Ms, full_at := now_ms() + Rest};
+looked(_, State) -> State.
 
 plan_retry(false, State) -> State#{force_at := none};
 plan_retry(true, #{force_at := none, options := #{retry := Retry}} = State) ->
-    State#{force_at := erlang:monotonic_time(millisecond) + Retry};
+    State#{force_at := now_ms() + Retry};
 plan_retry(true, State) -> State.
 
 poll_ms(#{options := #{poll := Poll}}) -> Poll.
+
+now_ms() -> erlang:monotonic_time(millisecond).
 
 poll_in(_, #{enabled := false} = State) -> State;
 poll_in(Ms, #{poll_timer := Timer} = State) ->
@@ -215,24 +241,19 @@ tell_space(Space, #{owner := Owner} = State) ->
 
 %% ---- The tree --------------------------------------------------------------
 
-change(Delta, #{tree := Tree, save_timer := Timer} = State) ->
-    State#{tree := engine_tree:change(Delta, Tree), unsaved := true,
+change(Deltas, #{tree := Tree, save_timer := Timer, unsaved := Unsaved} = State) ->
+    lists:foreach(fun(Delta) -> engine_tree:change(Delta, Tree) end, Deltas),
+    State#{unsaved := lists:reverse(Deltas, Unsaved),
            save_timer := case Timer of
-                             none -> erlang:send_after(1000, self(), save);
+                             none -> erlang:send_after(?SAVE_MS, self(), save);
                              _ -> Timer
                          end}.
 
-save(#{unsaved := false} = State) -> State;
-save(#{tree := Tree, options := #{tree_file := File}} = State) ->
-    Started = erlang:monotonic_time(millisecond),
-    case engine_tree:save(File, Tree) of
-        ok -> ok;
-        {error, Reason} -> ?LOG_ERROR("the tree was not saved: ~0p", [Reason])
-    end,
-    Took = erlang:monotonic_time(millisecond) - Started,
-    %% A large tree is saved less often while things keep changing.
-    Timer = case Took > 50 of
-                true -> erlang:send_after(Took * ?REST_FACTOR, self(), save);
-                false -> none
-            end,
-    State#{unsaved := false, save_timer := Timer}.
+save(#{unsaved := []} = State) -> State;
+save(#{unsaved := Unsaved, tree := Tree, options := #{tree_file := File}} = State) ->
+    case engine_tree:save(File, lists:reverse(Unsaved), Tree) of
+        ok -> State#{unsaved := []};
+        {error, Reason} ->
+            ?LOG_ERROR("the tree was not saved: ~0p", [Reason]),
+            State#{save_timer := erlang:send_after(?RETRY_MS, self(), save)}
+    end.

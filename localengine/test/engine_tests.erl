@@ -1,7 +1,7 @@
 %% Runs the tests for the build: the exit status says how they went.
 -module(engine_tests).
 
--export([main/1]).
+-export([main/1, patiently/1]).
 
 main([Suite]) ->
     Modules = modules(Suite),
