@@ -21,24 +21,24 @@
 %% first with 0 once the source is open. Rate is in bytes a second.
 -spec copy(job(), pos_integer() | unlimited, fun(), fun(), Acc, fun(() -> boolean())) ->
           {{ok, Hash :: binary(), engine_file:sig()} | {error, term()}, Acc}.
-copy(#{from := From, temp := Temp} = Job, Rate, Opener, Tell, Acc0, Allowed) ->
+copy(#{from := From, temp := Temp, seen := Seen} = Job, Rate, Opener, Tell, Acc0, Allowed) ->
     case Opener(From, [read, raw, binary]) of
         {ok, In} ->
-            try
-                Acc1 = Tell(0, Acc0),
-                {Copied, Acc} = to_temp(In, Temp, Rate, Tell, Acc1),
-                {finish(Copied, Job, Allowed), Acc}
-            after
-                file:close(In),
-                file:delete(Temp)
-            end;
+            Acc1 = Tell(0, Acc0),
+            {Copied, Acc} = try to_temp(In, Temp, element(1, Seen), Rate, Tell, Acc1)
+                            after file:close(In)
+                            end,
+            Done = finish(Copied, Job, Allowed),
+            %% Otherwise it stands under its name.
+            _ = element(1, Done) =:= ok orelse engine_file:delete(Temp),
+            {Done, Acc};
         {error, Reason} -> {{error, Reason}, Acc0}
     end.
 
-to_temp(In, Temp, Rate, Tell, Acc0) ->
+to_temp(In, Temp, Size, Rate, Tell, Acc0) ->
     case file:open(Temp, [write, raw, binary, exclusive]) of
         {ok, Out} ->
-            try transfer(In, Out, chunk_size(Rate), Rate, crypto:hash_init(sha256), Tell, Acc0)
+            try transfer(In, Out, chunk_size(Rate), Size, Rate, Tell, Acc0)
             after file:close(Out)
             end;
         {error, Reason} -> {{error, Reason}, Acc0}
@@ -47,13 +47,35 @@ to_temp(In, Temp, Rate, Tell, Acc0) ->
 chunk_size(unlimited) -> ?CHUNK;
 chunk_size(Rate) -> max(1, min(?CHUNK, Rate div 10)).
 
-transfer(In, Out, Chunk, Rate, Hash, Tell, Acc) ->
+%% A small file is one step. It may have grown since.
+transfer(In, Out, Chunk, Size, Rate, Tell, Acc) when Size < Chunk ->
+    case read_to(In, Size + 1) of
+        {ok, Bytes} when byte_size(Bytes) =< Size ->
+            case file:write(Out, Bytes) of
+                ok ->
+                    pace(byte_size(Bytes), Rate),
+                    {{ok, crypto:hash(sha256, Bytes)}, Tell(byte_size(Bytes), Acc)};
+                {error, Reason} -> {{error, Reason}, Acc}
+            end;
+        {ok, _} -> {{error, changed}, Acc};
+        {error, Reason} -> {{error, Reason}, Acc}
+    end;
+transfer(In, Out, Chunk, _, Rate, Tell, Acc) ->
+    stream(In, Out, Chunk, Rate, crypto:hash_init(sha256), Tell, Acc).
+
+read_to(In, Size) ->
+    case file:read(In, Size) of
+        eof -> {ok, <<>>};
+        Result -> Result
+    end.
+
+stream(In, Out, Chunk, Rate, Hash, Tell, Acc) ->
     case file:read(In, Chunk) of
         {ok, Bytes} ->
             case file:write(Out, Bytes) of
                 ok ->
                     pace(byte_size(Bytes), Rate),
-                    transfer(In, Out, Chunk, Rate, crypto:hash_update(Hash, Bytes), Tell,
+                    stream(In, Out, Chunk, Rate, crypto:hash_update(Hash, Bytes), Tell,
                              Tell(byte_size(Bytes), Acc));
                 {error, Reason} -> {{error, Reason}, Acc}
             end;
@@ -67,8 +89,7 @@ pace(Bytes, Rate) -> receive after Bytes * 1000 div Rate -> ok end.
 finish({error, Reason}, _, _) -> {error, Reason};
 finish({ok, Hash}, #{from := From, seen := Seen, to := To, expect := Expect, temp := Temp},
        Allowed) ->
-    ok_or_error([fun() -> same_attributes(From, Temp) end,
-                 fun() -> still({file, Seen}, From) end,
+    ok_or_error([fun() -> same_attributes(From, Seen, Temp) end,
                  fun() -> case Allowed() of true -> ok; false -> {error, root_changed} end end,
                  fun() -> in_place(Temp, To, Expect) end],
                 Hash).
@@ -84,19 +105,13 @@ ok_or_error([Step | Steps], Hash) ->
         {error, Reason} -> {error, Reason}
     end.
 
-same_attributes(From, Temp) ->
-    case file:read_link_info(From, [raw, {time, posix}]) of
-        {ok, #file_info{mtime = MTime, mode = Mode}} ->
+%% Of the source as it was seen, if it is still so.
+same_attributes(From, Seen, Temp) ->
+    case engine_file:look_with_mode(From) of
+        {{file, {_, MTime, _, _} = Seen}, Mode} ->
             %% The engine must be able to write what it made.
-            Info = #file_info{mtime = MTime, atime = MTime,
-                              mode = (Mode band 8#777) bor 8#600},
-            file:write_file_info(Temp, Info, [raw, {time, posix}]);
-        {error, Reason} -> {error, Reason}
-    end.
-
-still(Expect, Path) ->
-    case engine_file:look(Path) of
-        Expect -> ok;
+            Info = #file_info{mtime = MTime, atime = MTime, mode = (Mode band 8#777) bor 8#600},
+            prim_file:write_file_info(Temp, Info, [{time, posix}]);
         _ -> {error, changed}
     end.
 
@@ -104,9 +119,8 @@ still(Expect, Path) ->
 in_place(Temp, To, Expect) ->
     case engine_file:look(Temp) of
         {file, {Size, MTime, _, Inode}} ->
-            case ok_or_error([fun() -> still(Expect, To) end,
-                              fun() -> put_there(Temp, To, Expect) end], none) of
-                {ok, _, _} ->
+            case put_there(Temp, To, Expect) of
+                ok ->
                     case engine_file:look(To) of
                         {file, {Size, MTime, _, Inode} = Sig} -> {ok, Sig};
                         _ -> {error, changed}
@@ -118,16 +132,16 @@ in_place(Temp, To, Expect) ->
 
 %% A link replaces nothing that somebody else has just put there.
 put_there(Temp, To, absent) ->
-    case file:make_link(Temp, To) of
-        ok -> _ = file:delete(Temp), {ok, linked};
+    case prim_file:make_link(Temp, To) of
+        ok -> _ = prim_file:delete(Temp), ok;
         {error, eexist} -> {error, changed};
         %% Not every file system has links.
-        {error, _} -> renamed(Temp, To)
+        {error, _} -> replace(Temp, To, absent)
     end;
-put_there(Temp, To, _) -> renamed(Temp, To).
+put_there(Temp, To, Expect) -> replace(Temp, To, Expect).
 
-renamed(Temp, To) ->
-    case engine_file:rename(Temp, To) of
-        ok -> {ok, renamed};
-        {error, Reason} -> {error, Reason}
+replace(Temp, To, Expect) ->
+    case engine_file:look(To) of
+        Expect -> engine_file:rename(Temp, To);
+        _ -> {error, changed}
     end.

@@ -5,7 +5,7 @@
 
 -include_lib("kernel/include/file.hrl").
 
--export([look/1, list/1, hash/1, read/1, write_atomic/3, read_term/1, write_term/2,
+-export([look/1, look_with_mode/1, list/1, hash/1, read/1, write_atomic/3, read_term/1, write_term/2,
          ensure_dir/1, make_dir/1, make_new_dir/1, delete_dir/1, delete/1, rename/2,
          join/2, from_native/1, to_native/1, cache_name/0]).
 
@@ -24,13 +24,18 @@ cache_name() -> <<".orvel.cache">>.
 
 -spec look(binary()) -> entry() | absent | {error, atom()}.
 look(Path) ->
-    case file:read_link_info(Path, [raw, {time, posix}]) of
-        {ok, #file_info{type = directory, inode = Inode}} ->
-            {dir, {0, 0, 0, Inode}};
-        {ok, #file_info{type = regular} = Info} ->
-            {file, {Info#file_info.size, Info#file_info.mtime,
-                    Info#file_info.ctime, Info#file_info.inode}};
-        {ok, _} -> other;
+    case look_with_mode(Path) of
+        {Entry, _} when Entry =/= error -> Entry;
+        Other -> Other
+    end.
+
+-spec look_with_mode(binary()) -> {entry(), Mode :: non_neg_integer()} | absent | {error, atom()}.
+look_with_mode(Path) ->
+    case prim_file:read_link_info(Path, [{time, posix}]) of
+        {ok, #file_info{type = directory, inode = Inode, mode = Mode}} -> {{dir, {0, 0, 0, Inode}}, Mode};
+        {ok, #file_info{type = regular, mode = Mode} = Info} ->
+            {{file, {Info#file_info.size, Info#file_info.mtime, Info#file_info.ctime, Info#file_info.inode}}, Mode};
+        {ok, #file_info{mode = Mode}} -> {other, Mode};
         {error, enoent} -> absent;
         {error, enotdir} -> absent;
         {error, Reason} -> {error, Reason}

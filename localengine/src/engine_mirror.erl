@@ -28,6 +28,7 @@
 %% So many items are planned at once.
 -define(BATCH, 2000).
 -define(DELTAS, 200).
+-define(TOLD_BYTES, 65536).
 %% Fewer copies than this are made one by one.
 -define(MANY, 8).
 
@@ -468,8 +469,8 @@ copy_all(Copies, Mirror0) ->
     engine_pool:run(Workers, lists:reverse(Jobs),
                     fun({_, _, Job}, Tell) -> do_copy(Job, Rate, Opener, Tell) end,
                     fun({told, _, Bytes}, Acc) -> {[], moved(Bytes, Acc)};
-                       ({done, {Side, Path, Job}, Result}, Acc) ->
-                            {[], copied(Side, Path, Job, Result, one_less(Side, Acc))}
+                       ({done, {Side, Path, Job}, {Copied, Untold}}, Acc) ->
+                            {[], copied(Side, Path, Job, Copied, one_less(Side, moved(Untold, Acc)))}
                     end, Mirror).
 
 %% The room that a copy will take is taken at once.
@@ -493,13 +494,19 @@ prepare({copy, Side, Path} = Action, {Jobs, #{space := Space, prefix := Prefix, 
             {[{Side, Path, Job} | Jobs], Mirror#{space := max(0, Space + Growth)}}
     end.
 
-do_copy(#{side := Side, to := To, expect := Expect, base := Base, roots := Roots} = Job, Rate, Opener, Tell) ->
+do_copy(#{side := Side, seen := {Size, _, _, _}, to := To, expect := Expect, base := Base, roots := Roots} = Job, Rate, Opener, Tell) ->
     Started = erlang:system_time(second),
     Allowed = fun() ->
                       roots_stand(Roots) andalso (Expect =:= absent orelse as_agreed(Side, To, Expect, Base))
               end,
-    {Copied, ok} = engine_copy:copy(Job, Rate, Opener, fun(Bytes, ok) -> Tell(Bytes) end, ok, Allowed),
-    {Copied, Started, erlang:system_time(second)}.
+    %% A message a small file would cost as much as the file.
+    Count = fun(0, none) when Size >= ?TOLD_BYTES -> Tell(0), 0;
+               (0, none) -> 0;
+               (Bytes, Untold) when Bytes + Untold < ?TOLD_BYTES -> Bytes + Untold;
+               (Bytes, Untold) -> Tell(Bytes + Untold), 0
+            end,
+    {Copied, Untold} = engine_copy:copy(Job, Rate, Opener, Count, none, Allowed),
+    {{Copied, Started, erlang:system_time(second)}, Untold}.
 
 copied(Side, Path, #{seen := Sig}, {{ok, Hash, NewSig}, Started, Written}, Mirror) ->
     Marks = #{Side => {NewSig, Written}, engine_plan:other(Side) => {Sig, Started}},
@@ -586,6 +593,7 @@ expect({Cloud, Local, Bytes}, Copies, #{progress := Progress} = Mirror) ->
 
 %% Nothing is said before a first source could be opened, so files that wait
 %% for permission or room do not make the client flicker.
+moved(none, Mirror) -> Mirror;
 moved(Bytes, #{report := Report, progress := #{left := Left, moved := Moved, told := Told} = Progress} = Mirror) ->
     Now = erlang:monotonic_time(millisecond),
     Next = Progress#{left := max(0, Left - Bytes), moved := Moved + Bytes},
