@@ -4,11 +4,13 @@
 
 -include_lib("kernel/include/file.hrl").
 
--export([copy/6]).
+-export([copy/6, is_small/1, small/1]).
 
 -export_type([job/0]).
 
 -define(CHUNK, 262144).
+%% Up to here a file is copied in one call.
+-define(SMALL, 65536).
 
 %% Both ends are given with the state in which they were seen. When the source
 %% or the target is no longer in that state the copy is given up: someone is
@@ -16,6 +18,19 @@
 -type job() :: #{from := binary(), seen := engine_file:sig(),
                  to := binary(), expect := engine_file:entry() | absent,
                  temp := binary()}.
+
+%% Whether "small" may copy it.
+-spec is_small(job()) -> boolean().
+is_small(#{seen := {Size, _, _, _}, expect := Expect}) -> Expect =:= absent andalso Size =< ?SMALL.
+
+%% Small files, one result a job. With "enotsup" it takes "copy".
+-spec small([job()]) -> [{ok, Hash :: binary(), engine_file:sig()} | {error, atom()}].
+small(Jobs) ->
+    Copied = engine_native:copy_small([{From, Seen, Temp, To} || #{from := From, seen := Seen, temp := Temp, to := To} <- Jobs]),
+    [case Result of
+         {ok, Bytes, Sig} -> {ok, crypto:hash(sha256, Bytes), Sig};
+         {error, Reason} -> {error, Reason}
+     end || Result <- Copied].
 
 %% Opener stands for file:open/2. Tell is called with the bytes of each step,
 %% first with 0 once the source is open. Rate is in bytes a second.
@@ -110,7 +125,7 @@ same_attributes(From, Seen, Temp) ->
     case engine_file:look_with_mode(From) of
         {{file, {_, MTime, _, _} = Seen}, Mode} ->
             %% The engine must be able to write what it made.
-            Info = #file_info{mtime = MTime, atime = MTime, mode = (Mode band 8#777) bor 8#600},
+            Info = #file_info{mtime = MTime, atime = MTime, ctime = MTime, mode = (Mode band 8#777) bor 8#600},
             prim_file:write_file_info(Temp, Info, [{time, posix}]);
         _ -> {error, changed}
     end.

@@ -29,6 +29,8 @@
 -define(BATCH, 2000).
 -define(DELTAS, 200).
 -define(TOLD_BYTES, 65536).
+%% So many copies go together, as messages cost, too.
+-define(BUNDLE, 32).
 %% Fewer copies than this are made one by one.
 -define(MANY, 8).
 
@@ -370,14 +372,8 @@ freed(_, _) -> 0.
 
 roots_stand(#{tree := Tree} = Mirror) ->
     {LocalToken, CloudToken} = engine_tree:tokens(Tree),
-    roots_stand([{maps:get(local, Mirror), LocalToken}, {maps:get(cloud, Mirror), CloudToken}]);
-roots_stand(Roots) -> lists:all(fun({Root, Token}) -> has_token(Root, Token) end, Roots).
-
-has_token(Root, Token) ->
-    case engine_roots:check(Root) of
-        {marked, _, Token} -> true;
-        _ -> false
-    end.
+    engine_roots:stands(maps:get(local, Mirror), LocalToken)
+        andalso engine_roots:stands(maps:get(cloud, Mirror), CloudToken).
 
 %% Both sides hold the same: remember it.
 adopt(Path, #{nodes := Nodes} = Mirror) ->
@@ -466,15 +462,23 @@ copy_all(Copies, Mirror0) ->
                   unlimited -> workers(Jobs);
                   _ -> 1
               end,
-    engine_pool:run(Workers, lists:reverse(Jobs),
-                    fun({_, _, Job}, Tell) -> do_copy(Job, Rate, Opener, Tell) end,
+    engine_pool:run(Workers, bundles(lists:reverse(Jobs), max(1, min(?BUNDLE, length(Jobs) div (2 * Workers)))),
+                    fun(Bundle, Tell) -> do_copies([Job || {_, _, Job} <- Bundle], Rate, Opener, Tell) end,
                     fun({told, _, Bytes}, Acc) -> {[], moved(Bytes, Acc)};
-                       ({done, {Side, Path, Job}, {Copied, Untold}}, Acc) ->
-                            {[], copied(Side, Path, Job, Copied, one_less(Side, moved(Untold, Acc)))}
+                       ({done, Bundle, Results}, Acc) -> {[], lists:foldl(fun one_copied/2, Acc, lists:zip(Bundle, Results))}
                     end, Mirror).
 
+bundles([], _) -> [];
+bundles(Jobs, Count) when length(Jobs) =< Count -> [Jobs];
+bundles(Jobs, Count) ->
+    {Bundle, Rest} = lists:split(Count, Jobs),
+    [Bundle | bundles(Rest, Count)].
+
+one_copied({{Side, Path, Job}, {Copied, Untold}}, Mirror) ->
+    copied(Side, Path, Job, Copied, one_less(Side, moved(Untold, Mirror))).
+
 %% The room that a copy will take is taken at once.
-prepare({copy, Side, Path} = Action, {Jobs, #{space := Space, prefix := Prefix, tree := Tree} = Mirror}) ->
+prepare({copy, Side, Path} = Action, {Jobs, #{space := Space, prefix := Prefix, tree := Tree, nodes := Nodes} = Mirror}) ->
     Other = engine_plan:other(Side),
     {file, {Size, _, _, _} = Sig} = entry(Mirror, Other, Path),
     Expect = entry(Mirror, Side, Path),
@@ -486,18 +490,37 @@ prepare({copy, Side, Path} = Action, {Jobs, #{space := Space, prefix := Prefix, 
         false -> {Jobs, skipped(Size, failed(Action, quota, Mirror))};
         true ->
             Temp = <<Prefix/binary, "-", (integer_to_binary(erlang:unique_integer([positive])))/binary, ".part">>,
-            {LocalToken, CloudToken} = engine_tree:tokens(Tree),
             Job = #{from => absolute(Mirror, Other, Path), seen => Sig, to => absolute(Mirror, Side, Path),
                     expect => Expect, temp => engine_file:join(cache_dir(Mirror, Side), Temp),
-                    side => Side, growth => Growth, base => engine_tree:get(Path, Tree),
-                    roots => [{maps:get(local, Mirror), LocalToken}, {maps:get(cloud, Mirror), CloudToken}]},
+                    side => Side, growth => Growth, base => maps:get(Path, Nodes, none),
+                    root => {maps:get(Side, Mirror), token(Side, Tree)}},
             {[{Side, Path, Job} | Jobs], Mirror#{space := max(0, Space + Growth)}}
     end.
 
-do_copy(#{side := Side, seen := {Size, _, _, _}, to := To, expect := Expect, base := Base, roots := Roots} = Job, Rate, Opener, Tell) ->
+token(local, Tree) -> element(1, engine_tree:tokens(Tree));
+token(cloud, Tree) -> element(2, engine_tree:tokens(Tree)).
+
+%% Small files go together.
+do_copies(Jobs, Rate, Opener, Tell) ->
+    Together = Rate =:= unlimited andalso Opener =:= fun file:open/2
+        andalso lists:all(fun engine_copy:is_small/1, Jobs)
+        andalso lists:all(fun({Root, Token}) -> engine_roots:stands(Root, Token) end,
+                          lists:usort([Root || #{root := Root} <- Jobs])),
+    Started = erlang:system_time(second),
+    Results = case Together of
+                  true -> engine_copy:small(Jobs);
+                  false -> [{error, enotsup} || _ <- Jobs]
+              end,
+    Written = erlang:system_time(second),
+    lists:zipwith(fun(Job, {error, enotsup}) -> do_copy(Job, Rate, Opener, Tell);
+                     (#{seen := {Size, _, _, _}}, {ok, _, _} = Copied) -> {{Copied, Started, Written}, Size};
+                     (_, Failed) -> {{Failed, Started, Written}, none}
+                  end, Jobs, Results).
+
+do_copy(#{side := Side, seen := {Size, _, _, _}, to := To, expect := Expect, base := Base, root := {Root, Token}} = Job, Rate, Opener, Tell) ->
     Started = erlang:system_time(second),
     Allowed = fun() ->
-                      roots_stand(Roots) andalso (Expect =:= absent orelse as_agreed(Side, To, Expect, Base))
+                      engine_roots:stands(Root, Token) andalso (Expect =:= absent orelse as_agreed(Side, To, Expect, Base))
               end,
     %% A message a small file would cost as much as the file.
     Count = fun(0, none) when Size >= ?TOLD_BYTES -> Tell(0), 0;

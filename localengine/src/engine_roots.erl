@@ -4,7 +4,7 @@
 %% knew, and not an empty one that took its place.
 -module(engine_roots).
 
--export([read/2, write/3, choose/3, check/1, claim/2]).
+-export([read/2, write/3, choose/3, check/1, stands/2, claim/2]).
 
 -export_type([state/0]).
 
@@ -73,6 +73,18 @@ check(Root) ->
                 {error, Reason} when Reason =:= enoent; Reason =:= enotdir -> unmarked;
                 {error, _} -> missing
             end
+    end.
+
+%% Whether a root is there and is the one that the token was given to.
+-spec stands(binary(), Token :: binary()) -> boolean().
+stands(Root, Token) ->
+    case engine_file:read(marker_name(Root)) of
+        {ok, Text} ->
+            case parse(Text) of
+                {marked, _, Token} -> true;
+                _ -> false
+            end;
+        {error, _} -> false
     end.
 
 parse(Text) ->

@@ -12,20 +12,9 @@
 %% One directory, by name.
 -spec dir(binary(), binary()) -> {ok, listing()} | {error, atom()}.
 dir(Root, Dir) ->
-    Absolute = engine_file:join(Root, Dir),
-    case engine_file:list(Absolute) of
-        {ok, Names} ->
-            {ok, [{Name, entry(engine_file:join(Absolute, Name))}
-                  || Name <- Names, not engine_names:is_own(engine_path:child(Dir, Name))]};
-        {error, Reason} -> {error, Reason}
-    end.
-
-entry(Absolute) ->
-    case engine_file:look(Absolute) of
-        %% Gone since it was listed: the next look will tell.
-        absent -> unknown;
-        {error, _} -> unknown;
-        Entry -> Entry
+    case engine_native:listing(engine_file:join(Root, Dir)) of
+        {ok, Listing} when Dir =:= <<>> -> {ok, [Item || {Name, _} = Item <- Listing, not engine_names:is_own(Name)]};
+        Other -> Other
     end.
 
 %% Adds what lies below a directory.
