@@ -1,8 +1,10 @@
 #include "tests/support/fakeengine.h"
 
 #include "tests/fakeengine/protocol.h"
+#include "tests/support/test.h"
 
 #include <QCoreApplication>
+#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QUuid>
@@ -40,6 +42,10 @@ FakeEngine::~FakeEngine()
     qunsetenv(fakeengine::slowVariable);
     // The installation goes now, and a current directory cannot be removed everywhere.
     QDir::setCurrent(QDir::rootPath());
+    // Its program may be in use for a moment after its end.
+    const QDeadlineTimer givingUp(deadline());
+    while (!QDir(m_installDir.path()).removeRecursively() && !givingUp.hasExpired())
+        QTest::qWait(20);
 }
 
 void FakeEngine::install()
