@@ -620,11 +620,11 @@ moved(none, Mirror) -> Mirror;
 moved(Bytes, #{report := Report, progress := #{left := Left, moved := Moved, told := Told} = Progress} = Mirror) ->
     Now = erlang:monotonic_time(millisecond),
     Next = Progress#{left := max(0, Left - Bytes), moved := Moved + Bytes},
-    case Told =:= never orelse Now - Told >= ?REPORT_MS of
-        true ->
-            Report({progress, figures(Next, Now)}),
-            Mirror#{progress := Next#{told := Now}};
-        false -> Mirror#{progress := Next}
+    case Told of
+        %% How fast it goes is not known yet.
+        never -> Report({progress, figures(Progress, Now)}), Mirror#{progress := Next#{told := Now}};
+        _ when Now - Told >= ?REPORT_MS -> Report({progress, figures(Next, Now)}), Mirror#{progress := Next#{told := Now}};
+        _ -> Mirror#{progress := Next}
     end.
 
 figures(#{cloud := Up, local := Down, left := Left, moved := Moved, started := Started}, Now) ->
