@@ -198,11 +198,8 @@ const char* readAll(const Copy& copy, ErlNifBinary& content, mode_t& mode)
     return static_cast<size_t>(got) == content.size && readUpTo(file, &beyond, 1) == 0 ? nullptr : "changed";
 }
 
-const char* writeAll(const Copy& copy, const ErlNifBinary& content, mode_t mode, ino_t& inode)
+const char* writeAll(const Copy& copy, File& file, const ErlNifBinary& content, mode_t mode, ino_t& inode)
 {
-    File file(copy.temp, O_WRONLY | O_CREAT | O_EXCL, 0600);
-    if (!file.isOpen())
-        return errorName(errno);
     for (size_t done = 0; done < content.size;) {
         const ssize_t put = write(file, content.data + done, content.size - done);
         if (put >= 0)
@@ -237,7 +234,10 @@ const char* copyFile(const Copy& copy, ErlNifBinary& content, struct stat& made)
     ino_t inode = 0;
     if (const char* const failed = readAll(copy, content, mode))
         return failed;
-    const char* failed = writeAll(copy, content, mode, inode);
+    File temp(copy.temp, O_WRONLY | O_CREAT | O_EXCL, 0600);
+    if (!temp.isOpen())
+        return errorName(errno);
+    const char* failed = writeAll(copy, temp, content, mode, inode);
     struct stat info = {};
     if (failed == nullptr && (lstat(copy.from.c_str(), &info) != 0 || !isAsSeen(info, copy)))
         failed = "changed";

@@ -120,7 +120,7 @@ weigh(Path, C, Base, Known, #{space := Space, reach := Reach, tree := Tree} = Su
     Before = case Base of
                  _ when Reach =:= both; Known -> 0;
                  #{kind := file, cloud := {{Size, _, _, _}, _}} -> Size;
-                 #{kind := dir} when element(1, C) =/= dir -> below(Path, Tree);
+                 #{kind := dir} when C =:= absent; C =:= other; C =:= unknown; element(1, C) =:= file -> below(Path, Tree);
                  _ -> 0
              end,
     Now = case C of
@@ -166,7 +166,8 @@ copied(Side, {Size, _, _, _}, #{bytes := Bytes} = Need) ->
 %% the other side has it, too.
 further(Path, {dir, _}, absent, none, _) -> [{only, local, Path}];
 further(Path, absent, {dir, _}, none, _) -> [{only, cloud, Path}];
-further(Path, L, {dir, _}, _, both) when element(1, L) =/= dir -> [{size, Path}];
+further(_, {dir, _}, {dir, _}, _, _) -> [];
+further(Path, _, {dir, _}, _, both) -> [{size, Path}];
 further(_, _, _, _, _) -> [].
 
 count(Side, Dir, World, Further) ->

@@ -424,6 +424,91 @@ symbolicLinks() ->
                 ?assertEqual(<<"1">>, read(in(C, "real/f")))
         end).
 
+moreThanABatchIsCarriedAndCountedDown_test_() ->
+    {timeout, 60, fun() -> lab(fun many/3) end}.
+
+many(L, C, M0) ->
+    Names = [<<"d", (integer_to_binary(D))/binary, "/sub/f", (integer_to_binary(N))/binary>>
+             || D <- lists:seq(1, 60), N <- lists:seq(1, 50)],
+    [write(case D rem 2 of 0 -> L; 1 -> C end, Name, Name) || {D, Name} <- lists:zip(lists:seq(1, length(Names)), Names)],
+    Self = self(),
+    %% The mirror waits for whoever takes the report.
+    Slow = fun({progress, Figures}) -> Self ! {left, Figures}, receive after 2 -> ok end; (_) -> ok end,
+    {{done, #{retry := false, again := false}}, M1} = engine_mirror:pass(all, true, M0#{report := Slow}),
+    ?assertEqual(tree(L), tree(C)),
+    ?assertEqual(length(Names), length([F || F <- maps:values(tree(L)), F =/= dir])),
+    [#{uploads := 1500, downloads := 1500} | _] = Left = counted(),
+    Sums = [Up + Down || #{uploads := Up, downloads := Down} <- Left],
+    ?assertEqual(lists:reverse(lists:sort(Sums)), Sums),
+    {{done, #{retry := false, again := false}}, _} = engine_mirror:pass(all, false, M1#{report := fun(R) -> error({not_settled, R}) end}).
+
+counted() ->
+    receive {left, Figures} -> [Figures | counted()]
+    after 0 -> []
+    end.
+
+whatCouldNotBeDoneIsNotTriedUntilItChangesOrIsAskedFor_test() ->
+    Self = self(),
+    Opener = fun(Path, Modes) ->
+                     case filename:basename(Path) of
+                         <<"locked">> -> Self ! opened, {error, eacces};
+                         _ -> file:open(Path, Modes)
+                     end
+             end,
+    lab(#{opener => Opener},
+        fun(L, _, M0) ->
+                write(L, "locked", <<"1">>),
+                {{done, #{retry := true}}, M1} = engine_mirror:pass(all, false, M0),
+                ?assertEqual(1, opened()),
+                {{done, #{retry := true}}, M2} = engine_mirror:pass(all, false, M1),
+                ?assertEqual(0, opened()),
+                write(L, "locked", <<"12">>),
+                {{done, #{retry := true}}, M3} = engine_mirror:pass(all, false, M2),
+                ?assertEqual(1, opened()),
+                {{done, #{retry := true}}, _} = engine_mirror:pass([], true, M3),
+                ?assertEqual(1, opened())
+        end).
+
+directoryThatIsRenamedTakesEverythingAlongInOneStep_test() ->
+    lab(fun(L, C, M0) ->
+                [write(L, <<"old/d/f", (integer_to_binary(N))/binary>>, <<"1">>) || N <- lists:seq(1, 300)],
+                {_, #{tree := Tree} = M1} = settle(M0),
+                copies(),
+                ok = file:rename(in(L, "old"), in(L, "new")),
+                Self = self(),
+                Change = fun(Deltas) ->
+                                 Self ! {changed, Deltas},
+                                 lists:foreach(fun(Delta) -> engine_tree:change(Delta, Tree) end, Deltas)
+                         end,
+                {{done, _}, _} = engine_mirror:pass([<<>>], false, M1#{change := Change}),
+                ?assertEqual(tree(L), tree(C)),
+                ?assertEqual(0, copies()),
+                Deltas = lists:append((fun Taken() -> receive {changed, D} -> [D | Taken()] after 0 -> [] end end)()),
+                ?assertMatch([{move, <<"old">>, <<"new">>}, {put, <<"new">>, _}], Deltas)
+        end).
+
+spaceIsWhatTheCloudHolds_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "a", <<"1234">>),
+                write(C, "d/b", <<"123">>),
+                {{done, #{space := 7}}, M1} = settle(M0),
+                write(C, "d/b", <<"12345">>),
+                write(C, "d/sub/c", <<"1">>),
+                {{done, #{space := 10}}, M2} = engine_mirror:pass([<<"d">>], true, M1),
+                ok = file:del_dir_r(in(C, "d")),
+                {{done, #{space := 4}}, M3} = engine_mirror:pass([<<>>], true, M2),
+                write(L, "a", <<"1">>),
+                {{done, #{space := 1}}, M4} = engine_mirror:pass([<<>>], true, M3),
+                ok = file:rename(in(C, "a"), in(C, "z")),
+                {{done, #{space := 1}}, M5} = engine_mirror:pass([<<>>], true, M4),
+                write(L, "e/f", <<"123">>),
+                {{done, #{space := 4}}, M6} = settle(M5),
+                ok = file:del_dir_r(in(L, "e")),
+                write(C, "e/g", <<"12">>),
+                {{done, #{space := 3}}, _} = settle(M6),
+                both_hold(#{<<"e">> => dir, <<"e/g">> => <<"12">>, <<"z">> => <<"1">>}, L, C)
+        end).
+
 unreadableFileIsSkippedAndTriedAgain_test() ->
     Locks = ets:new(locks, [public]),
     Opener = fun(Path, Modes) ->

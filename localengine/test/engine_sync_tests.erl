@@ -103,6 +103,45 @@ returnOfAMissingSideIsTold_test() ->
                      ?assertEqual(<<"1">>, read(in(Lab, "cloud/f")))
              end).
 
+%% A shell script that says what is written into "say" plays the watching program.
+watcher(Lab, Script) ->
+    Program = in(Lab, <<"watcher">>),
+    ok = file:write_file(Program, ["#!/bin/sh\n", Script, "\n"]),
+    ok = file:change_mode(Program, 8#755),
+    Program.
+
+changeInTheCloudThatIsToldIsFetchedAtOnce_test() ->
+    engine_lab:unless_windows("no shell runs there", fun() ->
+        Said = engine_lab:new(),
+        [] = os:cmd("mkfifo " ++ binary_to_list(in(Said, "say"))),
+        try
+            lab(#{watcher => watcher(Said, "echo =; exec cat \"${0%/*}/say\"")},
+                fun(Sync, Lab) ->
+                        write(Lab, "cloud/d/f", <<"1">>),
+                        told(Sync, ok),
+                        soon(copied, fun() -> read(in(Lab, "local/d/f")) =:= <<"1">> end),
+                        write(Lab, "cloud/d/g", <<"2">>),
+                        ok = file:write_file(in(Said, "say"), <<"+d\n">>),
+                        soon(fetched, fun() -> read(in(Lab, "local/d/g")) =:= <<"2">> end)
+                end)
+        after engine_lab:remove(Said)
+        end
+    end).
+
+cloudIsLookedAtWhenNobodyTellsAnyMore_test() ->
+    engine_lab:unless_windows("no shell runs there", fun() ->
+        Program = engine_lab:new(),
+        try
+            lab(#{watcher => watcher(Program, "echo =; exit 1")},
+                fun(Sync, Lab) ->
+                        told(Sync, ok),
+                        write(Lab, "cloud/f", <<"1">>),
+                        soon(found, fun() -> read(in(Lab, "local/f")) =:= <<"1">> end)
+                end)
+        after engine_lab:remove(Program)
+        end
+    end).
+
 lockedFileIsTriedAgainByItself_test() ->
     Locks = ets:new(locks, [public]),
     ets:insert(Locks, {locked}),
