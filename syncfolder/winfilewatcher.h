@@ -21,9 +21,24 @@ class WinFileWatcher final : public QThread
     Q_DISABLE_COPY_MOVE(WinFileWatcher)
 
 public:
+    /// What pathsChanged() does not tell. Called on the watcher's thread.
+    class Observer
+    {
+        Q_DISABLE_COPY_MOVE(Observer)
+
+    public:
+        Observer() = default;
+        virtual ~Observer() = default;
+        /// Every root is watched as a whole now, as far as the system lets it; once.
+        virtual void watching() = 0;
+        /// The report that follows names the root because changes may have been missed, or it is gone.
+        virtual void missed() = 0;
+    };
+
     /// Opens all of @p paths (full paths) and starts watching, unless the list is empty. Changes made from
-    /// here on are reported; the first report waits until somebody is connected to pathsChanged().
-    WinFileWatcher(const QStringList& paths, QObject* parent);
+    /// here on are reported; the first report waits until somebody is connected to pathsChanged(). @p observer, which
+    /// may be null, outlives the thread.
+    WinFileWatcher(const QStringList& paths, QObject* parent, Observer* observer = nullptr);
     /// Ends the thread; waits for that up to 5 s. A thread that takes longer would end the program: see Release.
     ~WinFileWatcher() override;
 

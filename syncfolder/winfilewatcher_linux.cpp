@@ -12,6 +12,7 @@
 #include <sys/eventfd.h>
 
 #include <atomic>
+#include <utility>
 
 struct WinFileWatcher::Private
 {
@@ -24,12 +25,14 @@ struct WinFileWatcher::Private
     FileDescriptor mounts; ///< tells when they change
     std::atomic<bool> connected = false;
     std::vector<std::unique_ptr<WatchedTree>> trees;
+    Observer* observer = nullptr;
 };
 
-WinFileWatcher::WinFileWatcher(const QStringList& paths, QObject* parent)
+WinFileWatcher::WinFileWatcher(const QStringList& paths, QObject* parent, Observer* observer)
     : QThread(parent)
     , m_private(std::make_unique<Private>())
 {
+    m_private->observer = observer;
     qRegisterMetaType<QStringList*>("QStringList*"); // it crosses to the receiver's thread in an event
     ORVEL_LOG << "Win file watcher paths: " << paths.join(QLatin1Char(' '));
     if (paths.isEmpty())
@@ -37,11 +40,14 @@ WinFileWatcher::WinFileWatcher(const QStringList& paths, QObject* parent)
     m_private->wakeUp = FileDescriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     m_private->mounts = FileDescriptor(open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
     for (const QString& path : paths) {
-        auto tree =
-            std::make_unique<WatchedTree>(QDir::fromNativeSeparators(path), [this](const QStringList& directories) {
-                if (!isInterruptionRequested()) // the receiver may be gone
-                    emit pathsChanged(new QStringList(directories));
-            });
+        const auto report = [this](const QStringList& directories, bool hasMissed) {
+            if (isInterruptionRequested()) // the receiver may be gone
+                return;
+            if (hasMissed && m_private->observer != nullptr)
+                m_private->observer->missed();
+            emit pathsChanged(new QStringList(directories));
+        };
+        auto tree = std::make_unique<WatchedTree>(QDir::fromNativeSeparators(path), report);
         const WatchedTree::Opened opened = tree->open();
         if (opened != WatchedTree::Opened::Yes) {
             if (opened == WatchedTree::Opened::NoDirectory)
@@ -98,7 +104,8 @@ void WinFileWatcher::run()
                 incomplete = incomplete || tree->isIncomplete();
             }
             waits.push_back({m_private->mounts.get(), POLLPRI, 0});
-            scanned = true;
+            if (!std::exchange(scanned, true) && m_private->observer != nullptr && !isInterruptionRequested())
+                m_private->observer->watching();
         }
         const int pause = WatchedTree::recheckPause;
         const int patience = incomplete ? qMax(0, pause - static_cast<int>(sinceRecheck.elapsed())) : -1;

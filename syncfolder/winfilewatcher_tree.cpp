@@ -221,7 +221,7 @@ void WatchedTree::recheck()
     if (checkRoot() || m_rootLeft)
         return;
     if (m_queue.isValid())
-        changed(m_rootPath);
+        missed();
     else
         rebuild();
     finish();
@@ -246,7 +246,7 @@ void WatchedTree::removeDetached()
 void WatchedTree::rebuild()
 {
     ORVEL_LOG << "Filename changed " << QString() << " action " << (m_rootLeft ? Added : Overflow);
-    changed(m_rootPath);
+    missed();
     m_incomplete = false;
     m_rootLeft = false;
     forget();
@@ -267,7 +267,7 @@ void WatchedTree::leaveRoot(int action)
     if (m_rootLeft)
         return;
     ORVEL_LOG << "Filename changed " << QString() << " action " << action;
-    changed(m_rootPath);
+    missed();
     m_rootLeft = true;
     forget();
 }
@@ -614,11 +614,18 @@ void WatchedTree::changed(const std::string& path)
         flush();
 }
 
+/// Reports the root for what is not known to have changed.
+void WatchedTree::missed()
+{
+    m_hasMissed = true; // first: what follows may be the last that one report holds
+    changed(m_rootPath);
+}
+
 void WatchedTree::flush()
 {
     if (m_changed.isEmpty())
         return;
-    m_report(m_changed);
+    m_report(m_changed, std::exchange(m_hasMissed, false));
     m_changed.clear();
 }
 

@@ -58,8 +58,9 @@ public:
     static std::atomic<int> recheckPause;
     /// Bytes of notifications that one readEvents() takes.
     static constexpr std::size_t bufferSize = 16384;
-    /// Takes the directories to report; never called with an empty list.
-    using Report = std::function<void(const QStringList& directories)>;
+    /// Takes the directories to report, and whether the root is among them for all that may have been missed; never
+    /// called with an empty list.
+    using Report = std::function<void(const QStringList& directories, bool hasMissed)>;
 
     WatchedTree(const QString& root, Report report);
     ~WatchedTree();
@@ -129,6 +130,7 @@ private:
     std::string pathOf(int watch) const;
     QString relativePath(const std::string& path, const char* name) const;
     void changed(const std::string& path);
+    void missed();
     void flush();
     void finish();
     void limitReached(const std::string& path);
@@ -152,6 +154,7 @@ private:
     QStringList m_changed;
     int m_lastWatch = 0; ///< the directory of m_lastPath; 0 for none
     QString m_lastPath;
+    bool m_hasMissed = false; ///< the report in the making says so
     bool m_overflowed = false;
     bool m_incomplete = false; ///< for the system's limits
     bool m_rootLeft = false;   ///< or its place, so that it has no watch

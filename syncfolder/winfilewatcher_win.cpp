@@ -134,12 +134,13 @@ private:
 
 /// The directories that contain the changed entries. After an overflow or a failed read the buffer is
 /// still zeroed, one entry without a name: that is the root itself.
-std::unique_ptr<QStringList> changedDirectories(const QString& root, const Read& read)
+std::unique_ptr<QStringList> changedDirectories(const QString& root, const Read& read, bool& hasMissed)
 {
     auto directories = std::make_unique<QStringList>();
     const QVector<FileNotification> entries = decodeFileNotifications(read.buffer.data(), read.buffer.size());
     for (const FileNotification& entry : entries) {
         ORVEL_LOG << "Filename changed " << entry.name << " action " << entry.action;
+        hasMissed = hasMissed || entry.name.isEmpty();
         // Taken from the text. To ask for the entry is to ask what a shortcut leads to, and maybe to wait for that.
         directories->append(QFileInfo(root + QDir::separator() + entry.name).path());
     }
@@ -154,12 +155,14 @@ struct WinFileWatcher::Private
     Handle connected;
     Handle armed; ///< every record, for the first time
     std::vector<std::unique_ptr<ChangeRecord>> records;
+    Observer* observer = nullptr;
 };
 
-WinFileWatcher::WinFileWatcher(const QStringList& paths, QObject* parent)
+WinFileWatcher::WinFileWatcher(const QStringList& paths, QObject* parent, Observer* observer)
     : QThread(parent)
     , m_private(std::make_unique<Private>())
 {
+    m_private->observer = observer;
     qRegisterMetaType<QStringList*>("QStringList*"); // it crosses to the receiver's thread in an event
     ORVEL_LOG << "Win file watcher paths: " << paths.join(QLatin1Char(' '));
     if (paths.isEmpty())
@@ -218,15 +221,19 @@ void WinFileWatcher::run()
 {
     const auto report = [this](ChangeRecord& record) {
         while (const std::unique_ptr<Read> read = record.takeEndedRead()) {
-            std::unique_ptr<QStringList> directories = changedDirectories(record.path, *read);
+            bool hasMissed = false;
+            std::unique_ptr<QStringList> directories = changedDirectories(record.path, *read, hasMissed);
             // Until somebody is connected a report would be lost.
             const std::array<HANDLE, 2> ready = {m_private->stop.get(), m_private->connected.get()};
             if (WaitForMultipleObjects(2, ready.data(), FALSE, INFINITE) == WAIT_OBJECT_0)
                 return;
+            if (hasMissed && m_private->observer != nullptr)
+                m_private->observer->missed();
             emit pathsChanged(directories.release());
         }
     };
 
+    bool isWatching = false;
     std::vector<HANDLE> handles;
     while (true) {
         handles.assign(1, m_private->stop.get());
@@ -236,6 +243,8 @@ void WinFileWatcher::run()
             record->arm();
         }
         SetEvent(m_private->armed.get());
+        if (!std::exchange(isWatching, true) && m_private->observer != nullptr)
+            m_private->observer->watching();
         // The start of a read takes back what the end of an earlier one has told, so the reads are asked themselves.
         const bool isDue = std::any_of(m_private->records.begin(), m_private->records.end(),
                                        [](const auto& record) { return record->hasEndedRead(); });

@@ -52,6 +52,7 @@ my %tests_of = (
     syncfolder => '^syncfolder\.',
     ui => '^ui\.(?!layout\.scale|screenshots)',
     update => '^update\.',
+    watch => '^watch\.',
 );
 
 # ---- Random numbers that are the same with every Perl

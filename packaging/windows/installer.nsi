@@ -102,6 +102,9 @@ LangString dataQuestion ${LANG_SLOVENIAN} "Odstrani tudi nastavitve in prijavo n
         !insertmacro isFree "$INSTDIR\erlang\erts-9.0\bin\erl.exe" $R0
       ${EndIf}
       ${If} $R0 == yes
+        !insertmacro isFree "$INSTDIR\orvel-watch.exe" $R0
+      ${EndIf}
+      ${If} $R0 == yes
         Return
       ${EndIf}
       ${If} $R2 = 0
