@@ -51,6 +51,7 @@ private slots:
         QTest::addColumn<QString>("end");
         QTest::newRow("plain") << QString();
         QTest::newRow("with a slash") << text("/");
+        QTest::newRow("with two") << text("//");
     }
 
     void theDirectoryItselfIsAnEmptyPath()
