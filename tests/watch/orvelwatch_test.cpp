@@ -70,7 +70,9 @@ private slots:
     void namesAreUtf8AndEscapedWhateverTheLocaleSays()
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+#ifndef Q_OS_WIN // where it means nothing, but to Wine
         environment.insert(text("LC_ALL"), text("C"));
+#endif
         const QString directory = inRoot("Ljubljana – š 50%");
         QVERIFY(QDir().mkpath(directory));
         WatchProcess watch({m_root}, environment);
@@ -159,6 +161,8 @@ private slots:
             QVERIFY(QDir(m_root).removeRecursively());
         else
             QVERIFY(QDir().rename(m_directory->filePath(renamed), m_directory->filePath(text("elsewhere"))));
+        if (QDir(m_root).exists())
+            QSKIP("Wine keeps a directory until nobody holds it any more");
         if (another)
             QVERIFY(QDir().mkpath(m_root));
         QVERIFY(watch.ends());
