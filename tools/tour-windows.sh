@@ -159,7 +159,8 @@ cloud=$WINEPREFIX/drive_c/cloud/1001
 export ORVEL_LOCAL_CLOUD='C:\cloud'
 export ORVEL_LANGUAGE=en # the names of windows below are English
 under_wine "$installer" /S >"$home/install.log" 2>&1 || give_up "installing ended with $?"
-[[ -f $installation/orvel.exe && -f $installation/licences/openssl.txt ]] || give_up "the program is installed"
+[[ -f $installation/orvel.exe && -f $installation/orvel-watch.exe && -f $installation/licences/openssl.txt ]] ||
+  give_up "the program is installed"
 seen "the program, its engine and their licences"
 
 say "The guide"

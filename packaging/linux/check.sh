@@ -201,6 +201,7 @@ in_root sh -c 'apt-get update && apt-get install -y --no-install-recommends /pac
   >"$record/install.log" 2>&1 || give_up "the packages install"
 seen "$(in_root dpkg-query -W orvel orvel-localengine | tr '\t\n' ' ;')"
 expect "nothing is missing or half done" in_root sh -c '! dpkg --audit | grep .'
+expect "the engine's watcher runs" in_root "$program/orvel-watch" /tmp </dev/null
 owned=$(owned_files)
 seen "$(wc -l <<<"$owned") files and directories that only they own"
 

@@ -20,7 +20,7 @@ stage=$work/stage
 
 copy_engine() {
   if [[ ! $engine ]]; then
-    cmake --install "$build" --prefix "$stage" --component localengine >/dev/null
+    cmake --install "$build" --prefix "$stage" --component localengine --strip >/dev/null
     [[ -f $stage/erlang/erts-9.0/bin/erl.exe ]] || fail "$build was configured without ORVEL_OTP_WINDOWS"
     return
   fi
@@ -64,7 +64,7 @@ list_files >"$work/files.nsh"
 
 options=()
 if [[ ${ORVEL_SIGN_CERTIFICATE:-} ]]; then
-  "$here/sign.sh" "$stage/orvel.exe"
+  for program in "$stage"/orvel*.exe; do "$here/sign.sh" "$program"; done
   options+=("-DSIGN=$here/sign.sh")
 fi
 mkdir -p "$output"
