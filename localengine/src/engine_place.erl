@@ -11,31 +11,48 @@
 -define(LOG_BYTES, 1000000).
 -define(POLL_MS, 2000).
 
--opaque lock() :: gen_tcp:socket() | none.
+-opaque lock() :: {socket, gen_tcp:socket()} | {file, file:fd()} | none.
 
-%% The lock is a name that the system frees together with the process, so an
-%% engine that was killed never blocks the next one. An engine that is just
-%% ending gets Ms to do so.
+%% The lock is what the system gives to one process only and takes back when
+%% that ends, so an engine that was killed never blocks the next one. An engine
+%% that is just ending gets Ms to do so.
 -spec lock(binary(), non_neg_integer()) -> {ok, lock()} | busy.
 lock(StateDir, Ms) ->
-    Name = <<0, "orvel-engine-", (binary:encode_hex(crypto:hash(sha256, StateDir)))/binary>>,
-    lock_until(Name, erlang:monotonic_time(millisecond) + Ms).
+    lock_until(StateDir, erlang:monotonic_time(millisecond) + Ms).
 
-lock_until(Name, Deadline) ->
-    case gen_tcp:listen(0, [{ifaddr, {local, Name}}]) of
-        {ok, Socket} -> {ok, Socket};
-        {error, eaddrinuse} ->
+lock_until(StateDir, Deadline) ->
+    case take(engine_names:system(), StateDir) of
+        {ok, Lock} -> {ok, Lock};
+        taken ->
             case erlang:monotonic_time(millisecond) < Deadline of
-                true -> receive after 50 -> lock_until(Name, Deadline) end;
+                true -> receive after 50 -> lock_until(StateDir, Deadline) end;
                 false -> busy
             end;
-        %% No such names on this system: work without a lock.
+        %% It cannot be told here: work without a lock.
         {error, _} -> {ok, none}
+    end.
+
+%% A name that is no file's.
+take(other, StateDir) ->
+    Name = <<0, "orvel-engine-", (binary:encode_hex(crypto:hash(sha256, StateDir)))/binary>>,
+    case gen_tcp:listen(0, [{ifaddr, {local, Name}}]) of
+        {ok, Socket} -> {ok, {socket, Socket}};
+        {error, eaddrinuse} -> taken;
+        {error, Reason} -> {error, Reason}
+    end;
+%% A file that is open; whether it is there says nothing.
+take(windows, StateDir) ->
+    File = engine_file:join(StateDir, <<"engine.lock">>),
+    case file:open(File, [read, write, raw, binary, unshared]) of
+        {ok, Open} -> {ok, {file, Open}};
+        {error, eacces} -> taken;
+        {error, Reason} -> {error, Reason}
     end.
 
 -spec unlock(lock()) -> ok.
 unlock(none) -> ok;
-unlock(Socket) -> gen_tcp:close(Socket).
+unlock({socket, Socket}) -> gen_tcp:close(Socket);
+unlock({file, File}) -> _ = file:close(File), ok.
 
 %% Reports must never reach standard error, which belongs to the client.
 -spec log_to(binary()) -> ok.

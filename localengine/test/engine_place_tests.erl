@@ -2,28 +2,26 @@
 
 -include_lib("eunit/include/eunit.hrl").
 
+-import(engine_lab, [in/2]).
+
 lab(Test) ->
     Lab = engine_lab:new(),
     try Test(Lab) after engine_lab:remove(Lab) end.
 
 oneLockAStateDirectory_test() ->
-    engine_lab:unless_windows("no such lock is there", fun oneLock/0).
-
-oneLock() ->
     lab(fun(Lab) ->
+                Other = in(Lab, "other"),
+                ok = file:make_dir(Other),
                 {ok, Lock} = engine_place:lock(Lab, 0),
                 ?assertEqual(busy, engine_place:lock(Lab, 0)),
-                {ok, Other} = engine_place:lock(<<Lab/binary, "x">>, 0),
-                engine_place:unlock(Other),
+                {ok, OtherLock} = engine_place:lock(Other, 0),
+                engine_place:unlock(OtherLock),
                 engine_place:unlock(Lock),
                 {ok, Again} = engine_place:lock(Lab, 0),
                 engine_place:unlock(Again)
         end).
 
 lockIsWaitedFor_test() ->
-    engine_lab:unless_windows("no such lock is there", fun waitedFor/0).
-
-waitedFor() ->
     lab(fun(Lab) ->
                 Self = self(),
                 Holder = spawn(fun() ->
@@ -37,14 +35,40 @@ waitedFor() ->
                 ?assertMatch({ok, _}, receive {second, Result} -> Result end)
         end).
 
+ofManyAtTheSameMomentOneGetsTheLock_test() ->
+    lab(fun(Lab) ->
+                Self = self(),
+                Contenders = [spawn_link(fun() ->
+                                                 receive go -> ok end,
+                                                 Self ! {self(), element(1, tuple(engine_place:lock(Lab, 0)))},
+                                                 receive go -> ok end
+                                         end) || _ <- lists:seq(1, 40)],
+                [Contender ! go || Contender <- Contenders],
+                Results = [receive {Contender, Result} -> Result end || Contender <- Contenders],
+                [Contender ! go || Contender <- Contenders],
+                ?assertEqual([ok | lists:duplicate(39, busy)], lists:reverse(lists:sort(Results)))
+        end).
+
+tuple(Result) when is_tuple(Result) -> Result;
+tuple(Result) -> {Result}.
+
+%% As a killed engine leaves it on Windows.
+fileThatIsLeftOfALockHoldsNobodyUp_test() ->
+    lab(fun(Lab) ->
+                engine_lab:write(Lab, "engine.lock", <<"left">>),
+                {ok, Lock} = engine_place:lock(Lab, 0),
+                ?assertEqual(busy, engine_place:lock(Lab, 0)),
+                engine_place:unlock(Lock)
+        end).
+
 cloudIsMadeOnceOnly_test() ->
     lab(fun(Base) ->
-                Lab = engine_lab:in(Base, <<"stanje č"/utf8>>),
+                Lab = in(Base, <<"stanje č"/utf8>>),
                 ok = file:make_dir(Lab),
                 Root = engine_place:cloud_root(Lab, 7),
-                ?assertEqual(engine_lab:in(Lab, "cloud/7"), Root),
+                ?assertEqual(in(Lab, "cloud/7"), Root),
                 ?assert(filelib:is_dir(Root)),
-                ok = file:del_dir_r(engine_lab:in(Lab, "cloud")),
+                ok = file:del_dir_r(in(Lab, "cloud")),
                 ?assertEqual(Root, engine_place:cloud_root(Lab, 7)),
                 ?assertNot(engine_lab:exists(Root))
         end).
