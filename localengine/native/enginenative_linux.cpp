@@ -210,8 +210,7 @@ const char* writeAll(const Copy& copy, File& file, const ErlNifBinary& content, 
     const timespec time = {copy.modified, 0};
     const timespec times[] = {time, time};
     struct stat info = {};
-    // The engine must be able to write what it made.
-    if (fchmod(file, (mode & 0777U) | 0600U) != 0 || futimens(file, times) != 0 || fstat(file, &info) != 0)
+    if (fchmod(file, (mode & 0777U) | 0400U) != 0 || futimens(file, times) != 0 || fstat(file, &info) != 0)
         return errorName(errno);
     inode = info.st_ino;
     return file.close() ? nullptr : errorName(errno);

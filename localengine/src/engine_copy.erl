@@ -104,37 +104,42 @@ pace(Bytes, Rate) -> receive after Bytes * 1000 div Rate -> ok end.
 finish({error, Reason}, _, _) -> {error, Reason};
 finish({ok, Hash}, #{from := From, seen := Seen, to := To, expect := Expect, temp := Temp},
        Allowed) ->
-    ok_or_error([fun() -> same_attributes(From, Seen, Temp) end,
-                 fun() -> case Allowed() of true -> ok; false -> {error, root_changed} end end,
-                 fun() -> in_place(Temp, To, Expect) end],
-                Hash).
-
-ok_or_error([Last], Hash) ->
-    case Last() of
-        {ok, Sig} -> {ok, Hash, Sig};
-        {error, Reason} -> {error, Reason}
-    end;
-ok_or_error([Step | Steps], Hash) ->
-    case Step() of
-        ok -> ok_or_error(Steps, Hash);
-        {error, Reason} -> {error, Reason}
-    end.
-
-%% Of the source as it was seen, if it is still so.
-same_attributes(From, Seen, Temp) ->
     case engine_file:look_with_mode(From) of
-        {{file, {_, MTime, _, _} = Seen}, Mode} ->
-            %% The engine must be able to write what it made.
-            Info = #file_info{mtime = MTime, atime = MTime, ctime = MTime, mode = (Mode band 8#777) bor 8#600},
-            prim_file:write_file_info(Temp, Info, [{time, posix}]);
+        {{file, Seen}, Mode} ->
+            Placed = chain([fun() -> same_attributes(Seen, Mode, Temp) end,
+                            fun() -> case Allowed() of true -> ok; false -> {error, root_changed} end end,
+                            fun() -> in_place(Temp, To, Expect, Mode) end]),
+            case Placed of
+                {ok, Sig} -> {ok, Hash, Sig};
+                {error, Reason} -> {error, Reason}
+            end;
         _ -> {error, changed}
     end.
 
+%% What the first step that does not say ok says, or else the last one.
+chain([Last]) -> Last();
+chain([Step | Steps]) ->
+    case Step() of
+        ok -> chain(Steps);
+        {error, Reason} -> {error, Reason}
+    end.
+
+same_attributes({_, MTime, _, _}, Mode, Temp) ->
+    Info = #file_info{mtime = MTime, atime = MTime, ctime = MTime, mode = (Mode band 8#777) bor 8#600},
+    prim_file:write_file_info(Temp, Info, [{time, posix}]).
+
+%% Last of all, as Windows does not let go of the temporary name of a file with
+%% that mark.
+read_only(To, Mode) when Mode band 8#200 =:= 0 ->
+    file:change_mode(To, (Mode band 8#777) bor 8#400);
+read_only(_, _) -> ok.
+
 %% What stands under the name afterwards must be what was put there.
-in_place(Temp, To, Expect) ->
+in_place(Temp, To, Expect, Mode) ->
     case engine_file:look(Temp) of
         {file, {Size, MTime, _, Inode}} ->
-            case put_there(Temp, To, Expect) of
+            case chain([fun() -> put_there(Temp, To, Expect) end,
+                        fun() -> read_only(To, Mode) end]) of
                 ok ->
                     case engine_file:look(To) of
                         {file, {Size, MTime, _, Inode} = Sig} -> {ok, Sig};

@@ -173,10 +173,11 @@ make_new_dir(Path) -> prim_file:make_dir(Path).
 
 %% Only an empty one goes.
 -spec delete_dir(binary()) -> ok | {error, atom()}.
-delete_dir(Path) -> prim_file:del_dir(Path).
+delete_dir(Path) -> writable(Path, fun() -> prim_file:del_dir(Path) end).
 
-%% Windows lets nobody remove or replace a file that is marked as read-only; on
-%% other systems the mark says nothing about that.
+%% Windows lets nobody remove or replace what is marked as read-only; on other
+%% systems the mark says nothing about that. A directory can have it, too: so
+%% Windows notes that its icon is not the usual one.
 -spec delete(binary()) -> ok | {error, atom()}.
 delete(Path) -> writable(Path, fun() -> prim_file:delete(Path) end).
 
@@ -187,7 +188,8 @@ writable(Path, Do) ->
     case Do() of
         {error, Denied} when Denied =:= eacces; Denied =:= eperm ->
             case file:read_link_info(Path, [raw]) of
-                {ok, #file_info{type = regular, mode = Mode}} when Mode band 8#200 =:= 0 ->
+                {ok, #file_info{type = Type, mode = Mode}}
+                  when (Type =:= regular orelse Type =:= directory), Mode band 8#200 =:= 0 ->
                     _ = file:change_mode(Path, Mode bor 8#200),
                     Done = Do(),
                     _ = Done =:= ok orelse file:change_mode(Path, Mode),

@@ -34,6 +34,26 @@ givesTheHashAndTellsTheBytes_test() ->
                 ?assertNot(engine_lab:exists(in(Lab, "temp")))
         end).
 
+readOnlyFileArrivesSoAndIsReplaced_test() ->
+    lab(fun(Lab, Job) ->
+                ok = file:change_mode(in(Lab, "from"), 8#444),
+                {file, Sig} = engine_file:look(in(Lab, "from")),
+                {{ok, _, Made}, _} = copy(Job#{seen := Sig}),
+                ?assertEqual({file, Made}, engine_file:look(in(Lab, "to"))),
+                ?assertEqual(8#444, mode(in(Lab, "to"))),
+                ?assertNot(engine_lab:exists(in(Lab, "temp"))),
+                ok = file:change_mode(in(Lab, "from"), 8#644),
+                write(Lab, "from", <<"newer">>),
+                {file, NewSig} = engine_file:look(in(Lab, "from")),
+                ?assertMatch({{ok, _, _}, _}, copy(Job#{seen := NewSig, expect := {file, Made}})),
+                ?assertEqual(<<"newer">>, read(in(Lab, "to"))),
+                ?assertEqual(8#200, mode(in(Lab, "to")) band 8#200)
+        end).
+
+mode(Path) ->
+    {ok, #file_info{mode = Mode}} = file:read_file_info(Path),
+    Mode band 8#777.
+
 givesUpWithoutATrace_test_() ->
     [{Name, fun() ->
                     lab(fun(Lab, Job) ->

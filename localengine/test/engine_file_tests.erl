@@ -30,7 +30,7 @@ failedWriteKeepsTheOldContent_test() ->
         end).
 
 linksAreNotFollowed_test() ->
-    engine_lab:unless_windows("Wine makes none", fun() ->
+    engine_lab:unless_windows("it makes them for few users", fun() ->
         lab(fun(Lab) ->
                     write(Lab, "f", <<"1">>),
                     ok = file:make_symlink("f", in(Lab, "link")),
@@ -40,24 +40,52 @@ linksAreNotFollowed_test() ->
             end)
     end).
 
+junctionsAreNotFollowed_test() ->
+    engine_lab:on_windows(fun() ->
+        lab(fun(Lab) ->
+                    write(Lab, "dir/f", <<"1">>),
+                    case engine_lab:junction(in(Lab, "dir"), in(Lab, "junction")) of
+                        true -> ?assertEqual(other, engine_file:look(in(Lab, "junction")));
+                        false -> ok
+                    end
+            end)
+    end).
+
 nothingIsBelowAFile_test() ->
     lab(fun(Lab) ->
                 write(Lab, "f", <<"1">>),
                 ?assertEqual(absent, engine_file:look(in(Lab, "f/x")))
         end).
 
-filesMarkedAsReadOnlyAreDeletedAndReplaced_test() ->
+whatIsMarkedAsReadOnlyIsDeletedAndReplaced_test() ->
     lab(fun(Lab) ->
-                [begin
-                     write(Lab, Name, <<"old">>),
-                     ok = file:change_mode(in(Lab, Name), 8#400)
-                 end || Name <- ["a", "b"]],
+                [write(Lab, Name, <<"old">>) || Name <- ["a", "b"]],
+                ok = file:make_dir(in(Lab, "dir")),
+                [ok = file:change_mode(in(Lab, Name), 8#500) || Name <- ["a", "b", "dir"]],
                 write(Lab, "new", <<"new">>),
                 ok = engine_file:delete(in(Lab, "a")),
+                ok = engine_file:delete_dir(in(Lab, "dir")),
                 ok = engine_file:rename(in(Lab, "new"), in(Lab, "b")),
                 ?assertEqual({ok, [<<"b">>]}, engine_file:list(Lab)),
                 ?assertEqual(<<"new">>, read(in(Lab, "b")))
         end).
+
+markStaysOnAFileThatSomebodyHoldsOpen_test() ->
+    engine_lab:on_windows(fun() ->
+        lab(fun(Lab) ->
+                    write(Lab, "f", <<"1">>),
+                    write(Lab, "new", <<"2">>),
+                    ok = file:change_mode(in(Lab, "f"), 8#444),
+                    Held = engine_lab:hold(in(Lab, "f")),
+                    {file, _} = Before = engine_file:look(in(Lab, "f")),
+                    ?assertEqual({error, eacces}, engine_file:delete(in(Lab, "f"))),
+                    ?assertEqual({error, eacces}, engine_file:rename(in(Lab, "new"), in(Lab, "f"))),
+                    engine_lab:release(Held),
+                    ?assertEqual(Before, engine_file:look(in(Lab, "f"))),
+                    {ok, Info} = file:read_file_info(in(Lab, "f")),
+                    ?assertEqual(0, element(8, Info) band 8#200)
+            end)
+    end).
 
 longPathsAreFound_test() ->
     lab(fun(Lab) ->

@@ -2,7 +2,7 @@
 -module(engine_lab).
 
 -export([new/0, remove/1, in/2, write/2, write/3, read/1, tree/1, wait/2, wait/3, age/1,
-         exists/1, unless_windows/2]).
+         exists/1, unless_windows/2, on_windows/1, hold/1, release/1, junction/2]).
 
 -define(DEADLINE_MS, 20000).
 
@@ -56,6 +56,26 @@ unless_windows(_, Test) ->
         windows -> ok;
         other -> Test()
     end.
+
+on_windows(Test) ->
+    case engine_names:system() of
+        windows -> Test();
+        other -> ok
+    end.
+
+%% As a program of Windows holds what it works on: nobody else opens it.
+hold(Path) ->
+    {ok, Held} = file:open(Path, [read, raw, binary, unshared]),
+    {error, eacces} = file:open(Path, [read, raw, binary]),
+    Held.
+
+release(Held) -> ok = file:close(Held).
+
+%% Whether one could be made: Wine makes none.
+junction(Target, Path) ->
+    Native = [binary_to_list(filename:nativename(Name)) || Name <- [Path, Target]],
+    _ = os:cmd(lists:flatten(io_lib:format("mklink /J \"~ts\" \"~ts\"", Native))),
+    exists(Path).
 
 %% Puts a file's last change well into the past.
 age(Path) -> ok = file:change_time(Path, {{2020, 1, 1}, {12, 0, 0}}).

@@ -244,6 +244,28 @@ opened() ->
     after 0 -> 0
     end.
 
+readOnlyFileIsCarriedChangedAndDeleted_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "d/f", <<"1">>),
+                ok = file:change_mode(in(L, "d/f"), 8#444),
+                {_, M1} = settle(M0),
+                both_hold(#{<<"d">> => dir, <<"d/f">> => <<"1">>}, L, C),
+                ?assertEqual(8#444, mode(in(C, "d/f"))),
+                ok = engine_file:delete(in(L, "d/f")),
+                write(L, "d/f", <<"22">>),
+                {_, M2} = settle(M1),
+                both_hold(#{<<"d">> => dir, <<"d/f">> => <<"22">>}, L, C),
+                [ok = file:change_mode(in(C, Name), 8#555) || Name <- ["d/f", "d"]],
+                ok = engine_file:delete(in(L, "d/f")),
+                ok = file:del_dir(in(L, "d")),
+                {{done, #{retry := false}}, _} = settle(M2),
+                both_hold(#{}, L, C)
+        end).
+
+mode(Path) ->
+    {ok, Info} = file:read_file_info(Path),
+    element(8, Info) band 8#777.
+
 touchedFileIsNotCopiedAgain_test() ->
     lab(fun(L, C, M0) ->
                 write(L, "f", <<"same">>),

@@ -79,14 +79,14 @@ smallFilesAreCopiedWithTimeAndMode_test() ->
                 end)
         end).
 
-whatTheEngineMadeItCanWriteAgain_test() ->
+readOnlyFileIsReadOnlyThereToo_test() ->
     lab(fun(Lab) ->
                 {From, _, Temp, To} = file(Lab, <<"f">>, <<"1">>),
                 ok = file:change_mode(From, 8#444),
                 {file, Seen} = engine_file:look(From),
                 if_native(copied([{From, Seen, Temp, To}]), fun() ->
                     {ok, #file_info{mode = Mode}} = file:read_file_info(To),
-                    ?assertEqual(8#644, Mode band 8#777)
+                    ?assertEqual(8#444, Mode band 8#777)
                 end)
         end).
 
