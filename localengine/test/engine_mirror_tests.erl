@@ -431,7 +431,7 @@ fileAgainstDirectoryKeepsBoth_test() ->
         end).
 
 symbolicLinksAreLeftAlone_test() ->
-    engine_lab:unless_windows("Wine makes none", fun symbolicLinks/0).
+    engine_lab:unless_windows("it makes them for few users", fun symbolicLinks/0).
 
 symbolicLinks() ->
     lab(fun(L, C, M0) ->
@@ -530,6 +530,54 @@ spaceIsWhatTheCloudHolds_test() ->
                 {{done, #{space := 3}}, _} = settle(M6),
                 both_hold(#{<<"e">> => dir, <<"e/g">> => <<"12">>, <<"z">> => <<"1">>}, L, C)
         end).
+
+junctionIsLeftAlone_test() ->
+    engine_lab:on_windows(fun() ->
+        lab(fun(L, C, M) ->
+                    write(L, "real/f", <<"1">>),
+                    case engine_lab:junction(in(L, "real"), in(L, "junction")) of
+                        true ->
+                            {{done, #{retry := false}}, _} = settle(M),
+                            ?assertEqual(#{<<"real">> => dir, <<"real/f">> => <<"1">>}, tree(C));
+                        false -> ok
+                    end
+            end)
+    end).
+
+whatSomebodyHoldsOpenIsCarriedAfterwards_test_() ->
+    Write = fun(L) -> write(L, "f", <<"changed">>) end,
+    Delete = fun(L) -> ok = file:delete(in(L, "f")) end,
+    Rename = fun(L) -> ok = file:rename(in(L, "f"), in(L, "g")) end,
+    Carried = fun(Change, Side, Expected) ->
+                      engine_lab:on_windows(
+                        fun() -> lab(fun(L, C, M) -> carried(Change, Side, Expected, L, C, M) end) end)
+              end,
+    [{Name, fun() -> Carried(Change, Side, Expected) end}
+     || {Name, Change, Side, Expected} <-
+            [{"changed here", Write, local, #{<<"f">> => <<"changed">>}},
+             {"changed elsewhere", Write, cloud, #{<<"f">> => <<"changed">>}},
+             {"deleted elsewhere", Delete, cloud, #{}},
+             {"renamed elsewhere", Rename, cloud, #{<<"g">> => <<"1">>}}]].
+
+carried(Change, Side, Expected, L, C, M0) ->
+    write(L, "f", <<"1">>),
+    engine_lab:age(in(L, "f")),
+    {_, M1} = settle(M0),
+    Change(L),
+    Held = engine_lab:hold(in(case Side of local -> L; cloud -> C end, "f")),
+    {{done, #{retry := true}}, M2} = settle(M1),
+    ?assertMatch([_ | _], failures()),
+    engine_lab:release(Held),
+    ?assertEqual(<<"1">>, read(in(C, "f"))),
+    {{done, #{retry := false}}, _} = settle(M2),
+    both_hold(Expected, L, C).
+
+failures() ->
+    receive
+        {report, {failed, Action, Reason}} -> [{Action, Reason} | failures()];
+        {report, _} -> failures()
+    after 0 -> []
+    end.
 
 unreadableFileIsSkippedAndTriedAgain_test() ->
     Locks = ets:new(locks, [public]),

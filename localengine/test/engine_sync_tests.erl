@@ -4,6 +4,8 @@
 
 -import(engine_lab, [in/2, write/3, read/1, tree/1]).
 
+-export([log/2]).
+
 lab(Options, Test) ->
     #{level := Level} = logger:get_primary_config(),
     ok = logger:set_primary_config(level, none),
@@ -143,6 +145,8 @@ cloudIsLookedAtWhenNobodyTellsAnyMore_test() ->
     end).
 
 lockedFileIsTriedAgainByItself_test() ->
+
+lockedFileIsToldAndTriedAgainByItself_test() ->
     Locks = ets:new(locks, [public]),
     ets:insert(Locks, {locked}),
     Self = self(),
@@ -154,12 +158,33 @@ lockedFileIsTriedAgainByItself_test() ->
              end,
     lab(#{opener => Opener},
         fun(Sync, Lab) ->
-                write(Lab, "local/f", <<"1">>),
-                engine_sync:changed(Sync, [<<>>]),
-                [receive tried -> ok after 10000 -> error(not_tried) end || _ <- [1, 2]],
+                logged(fun() ->
+                    write(Lab, "local/f", <<"1">>),
+                    engine_sync:changed(Sync, [<<>>]),
+                    [receive tried -> ok after 10000 -> error(not_tried) end || _ <- [1, 2]],
+                    receive {log, "left for later: {copy,cloud,<<\"f\">>}: eacces"} -> ok
+                    after 10000 -> error(not_told)
+                    end
+                end),
                 ets:delete(Locks, locked),
                 engine_lab:wait(copied, fun() -> read(in(Lab, "cloud/f")) =:= <<"1">> end)
         end).
+
+%% What is logged meanwhile comes as messages.
+logged(Test) ->
+    ok = logger:add_handler(?MODULE, ?MODULE, #{config => self(), level => notice}),
+    ok = logger:set_handler_config(default, level, none),
+    ok = logger:set_primary_config(level, notice),
+    try Test()
+    after
+        ok = logger:set_primary_config(level, none),
+        ok = logger:set_handler_config(default, level, all),
+        ok = logger:remove_handler(?MODULE)
+    end.
+
+log(#{msg := {Format, Arguments}}, #{config := Receiver}) ->
+    Receiver ! {log, lists:flatten(io_lib:format(Format, Arguments))};
+log(_, _) -> ok.
 
 pauseInTheMiddleOfACopyLeavesNothingHalf_test() ->
     lab(#{rate => 100000},
