@@ -59,8 +59,9 @@ read_port(Port, Session, Frames) ->
     end.
 
 read_io(Session, Frames) ->
-    case io:get_line(standard_io, "") of
-        Bytes when is_binary(Bytes) -> read_io(Session, push(Bytes, Session, Frames));
+    %% The module for files gives bytes as they come, that for texts would encode them.
+    case file:read_line(standard_io) of
+        {ok, Bytes} -> read_io(Session, push(Bytes, Session, Frames));
         _ -> ok
     end.
 
