@@ -8,20 +8,30 @@
 
 -define(DEADLINE_MS, 20000).
 
-%% The layout that the install rules make.
+%% The layout that the install rules make. On Windows there is one for all, as
+%% the virtual machine lies in it.
 install(Lab) ->
-    Bin = filename:join(Lab, "app/erlang/erts-9.0/bin"),
-    ok = filelib:ensure_path(Bin),
-    ok = filelib:ensure_path(filename:join(Lab, "app/srv")),
     ok = filelib:ensure_path(filename:join(Lab, "home")),
+    engine_lab:unless_windows("it is there", fun() -> lay_out(filename:join(Lab, "app")) end).
+
+lay_out(App) ->
+    Bin = filename:join(App, "erlang/erts-9.0/bin"),
+    ok = filelib:ensure_path(Bin),
+    ok = filelib:ensure_path(filename:join(App, "srv")),
     ok = file:make_symlink(os:getenv("ORVEL_TEST_LAUNCHER"), filename:join(Bin, "erl.exe")),
-    ok = file:make_symlink(os:getenv("ORVEL_TEST_EBIN"), filename:join(Lab, "app/srv/ebin")),
-    ok = file:make_symlink("../srv", filename:join(Lab, "app/erlang/srv")).
+    ok = file:make_symlink(os:getenv("ORVEL_TEST_EBIN"), filename:join(App, "srv/ebin")),
+    ok = file:make_symlink("../srv", filename:join(App, "erlang/srv")).
+
+app(Lab) ->
+    case engine_names:system() of
+        windows -> os:getenv("ORVEL_TEST_INSTALLATION");
+        other -> binary_to_list(filename:join(Lab, "app"))
+    end.
 
 start(Lab) -> start(Lab, []).
 
 start(Lab, Environment) ->
-    Erlang = binary_to_list(filename:join(Lab, "app/erlang")),
+    Erlang = filename:join(app(Lab), "erlang"),
     Bin = filename:join(Erlang, "erts-9.0/bin"),
     Port = open_port({spawn_executable, filename:join(Bin, "erl.exe")},
                      [{args, ["+Bd", "-noshell", "-eval",
@@ -38,11 +48,13 @@ start(Lab, Environment) ->
 config(Client) -> config(Client, #{}).
 
 config(#{lab := Lab} = Client, More) ->
-    send(Client, maps:merge(#{<<"statedir">> => filename:join(Lab, "state"),
+    send(Client, maps:merge(#{<<"statedir">> => state_dir(Lab),
                               <<"syncfolders">> => [<<"Orvel Storage">>],
                               <<"homepath">> => <<>>, <<"homefolder">> => <<>>,
                               <<"tmpdir">> => filename:join(Lab, "tmp"),
                               <<"port">> => 1554, <<"version">> => 12}, More)).
+
+state_dir(Lab) -> filename:join(Lab, "state").
 
 root(Lab) -> filename:join(Lab, "home/Orvel Storage").
 
@@ -137,21 +149,44 @@ state(Client, State) ->
     event(Client, <<"networkstate">>, fun(#{<<"state">> := S}) -> S =:= State end).
 
 kill(#{pid := Pid} = Client) ->
-    os:cmd("kill -9 " ++ integer_to_list(Pid)),
+    case engine_names:system() of
+        windows -> 0 = engine_lab:system_program("taskkill", ["/F", "/PID", integer_to_list(Pid)]);
+        other -> os:cmd("kill -9 " ++ integer_to_list(Pid))
+    end,
     gone(Client).
 
 %% Closes the engine's standard input.
 close(#{port := Port} = Client) ->
     catch port_close(Port),
-    gone(Client).
+    engine_lab:wait(gone, fun() -> not running(Client) end).
 
-gone(#{pid := Pid}) ->
-    engine_lab:wait(gone, fun() -> not running(Pid) end).
+%% Waits for the end of an engine that was not asked for it here.
+gone(#{port := Port} = Client) ->
+    case engine_names:system() of
+        windows -> get({status, Port}) =/= undefined orelse exited(Port);
+        other -> engine_lab:wait(gone, fun() -> not running(Client) end)
+    end.
 
-running(Pid) ->
-    case file:read_file("/proc/" ++ integer_to_list(Pid) ++ "/stat") of
-        {ok, Stat} ->
-            [_, After] = binary:split(Stat, <<") ">>),
-            binary:first(After) =/= $Z;
-        {error, _} -> false
+exited(Port) ->
+    receive {Port, {exit_status, Status}} -> put({status, Port}, Status)
+    after ?DEADLINE_MS -> error(still_running)
+    end.
+
+%% On Windows, whether it still has its data.
+running(#{pid := Pid, lab := Lab}) ->
+    case engine_names:system() of
+        windows -> has_lock(state_dir(Lab));
+        other ->
+            case file:read_file("/proc/" ++ integer_to_list(Pid) ++ "/stat") of
+                {ok, Stat} ->
+                    [_, After] = binary:split(Stat, <<") ">>),
+                    binary:first(After) =/= $Z;
+                {error, _} -> false
+            end
+    end.
+
+has_lock(StateDir) ->
+    case engine_place:lock(StateDir, 0) of
+        busy -> true;
+        {ok, Lock} -> engine_place:unlock(Lock), false
     end.

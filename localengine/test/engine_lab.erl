@@ -2,7 +2,8 @@
 -module(engine_lab).
 
 -export([new/0, remove/1, in/2, write/2, write/3, read/1, tree/1, wait/2, wait/3, age/1,
-         exists/1, unless_windows/2, on_windows/1, hold/1, release/1, junction/2]).
+         exists/1, unless_windows/2, on_windows/1, hold/1, release/1, junction/2,
+         system_program/2]).
 
 -define(DEADLINE_MS, 20000).
 
@@ -12,7 +13,7 @@ new() ->
                Dir -> Dir
            end,
     Name = "orvel-test-" ++ binary_to_list(binary:encode_hex(crypto:strong_rand_bytes(8))),
-    Lab = unicode:characters_to_binary(filename:join(Base, Name)),
+    Lab = unicode:characters_to_binary(filename:absname(filename:join(Base, Name))),
     ok = file:make_dir(Lab),
     Lab.
 
@@ -73,9 +74,14 @@ release(Held) -> ok = file:close(Held).
 
 %% Whether one could be made: Wine makes none.
 junction(Target, Path) ->
-    Native = [binary_to_list(filename:nativename(Name)) || Name <- [Path, Target]],
-    _ = os:cmd(lists:flatten(io_lib:format("mklink /J \"~ts\" \"~ts\"", Native))),
+    _ = system_program("cmd", ["/c", "mklink", "/J" | [filename:nativename(Name) || Name <- [Path, Target]]]),
     exists(Path).
+
+%% Runs one of Windows' own programs.
+system_program(Name, Arguments) ->
+    Program = filename:join([os:getenv("SystemRoot"), "system32", Name ++ ".exe"]),
+    Port = open_port({spawn_executable, Program}, [{args, Arguments}, exit_status, hide]),
+    receive {Port, {exit_status, Status}} -> Status end.
 
 %% Puts a file's last change well into the past.
 age(Path) -> ok = file:change_time(Path, {{2020, 1, 1}, {12, 0, 0}}).
