@@ -2,12 +2,19 @@
 #include "tests/syncfolder/syncfoldertest.h"
 
 #include <QApplication>
+#include <QElapsedTimer>
+#include <QPointer>
+#include <QProcess>
 
 #include <algorithm>
 #include <functional>
 
-#ifndef Q_OS_WIN
+#ifdef Q_OS_WIN
+#include <QWinEventNotifier>
+#else
 #include "tests/support/fulldisk.h"
+
+#include <QSocketNotifier>
 #endif
 
 namespace
@@ -49,6 +56,47 @@ private:
     inline static Note s_note;
     inline static QStringList s_notes;
     inline static QtMessageHandler s_previous = nullptr;
+};
+
+/// As long as one lives, the system does not tell this program that a child of it has ended.
+class NoNewsOfProcesses final : public QObject
+{
+    Q_OBJECT
+    Q_DISABLE_COPY_MOVE(NoNewsOfProcesses)
+
+#ifdef Q_OS_WIN
+    using Notifier = QWinEventNotifier;
+#else
+    using Notifier = QSocketNotifier;
+#endif
+
+public:
+    NoNewsOfProcesses()
+    {
+        QCoreApplication::instance()->installEventFilter(this);
+    }
+    ~NoNewsOfProcesses() override
+    {
+        for (const auto& notifier : m_silenced) {
+            if (notifier)
+                notifier->setEnabled(true);
+        }
+    }
+
+    bool eventFilter(QObject* watched, QEvent* event) override
+    {
+        auto* notifier = qobject_cast<Notifier*>(watched);
+        if (notifier == nullptr || qobject_cast<QProcess*>(notifier->parent()) == nullptr)
+            return QObject::eventFilter(watched, event);
+        if (event->type() != QEvent::SockAct && event->type() != QEvent::WinEventAct)
+            return QObject::eventFilter(watched, event);
+        notifier->setEnabled(false);
+        m_silenced.append(notifier);
+        return true;
+    }
+
+private:
+    QVector<QPointer<Notifier>> m_silenced;
 };
 
 PickHomepath* question()
@@ -263,6 +311,26 @@ private slots:
         QVERIFY(!QFileInfo::exists(moved));
         EVENTUALLY(QFileInfo(moved).isDir());
         EVENTUALLY_EQUAL(m_engine->starts().size(), 2);
+    }
+
+    void engineThatDoesNotEndIsWaitedForThreeSeconds()
+    {
+        const QString root = makeRoot(QStringLiteral("Root"));
+        writeRoots({root});
+        createForAccount();
+        EVENTUALLY(m_engine->isConnected());
+        const QString moved = m_roots->path() + QStringLiteral("/Moved");
+        {
+            const NoNewsOfProcesses noNews;
+            QElapsedTimer clock;
+            clock.start();
+            m_folder->moveRoot(moved);
+            EVENTUALLY(QFileInfo(moved).isDir());
+            const qint64 waited = clock.elapsed();
+            QVERIFY2(waited >= 3000 && waited < 4500, qPrintable(QString::number(waited)));
+            QVERIFY(m_server->hasProcess());
+        }
+        EVENTUALLY(!m_server->hasProcess());
     }
 
     void moveOntoAnEmptyFolderFails()
