@@ -27,6 +27,9 @@ RequestExecutionLevel user
 !define END_MESSAGE "OrvelStorage.End"
 !define END_PATIENCE 75 ; times 200 ms
 
+!define FILE_ATTRIBUTE_NORMAL 0x80
+!define WITHOUT_SYSTEM 0xFFFFFFFB ; all attributes but FILE_ATTRIBUTE_SYSTEM
+
 !define EXIT_NEWER 3
 !define EXIT_RUNNING 4
 
@@ -244,8 +247,21 @@ Function un.takeAnswer
   ${EndIf}
 FunctionEnd
 
-; The sync folders look like any other folder again, unless somebody else has given them an icon since.
+; The path in $R2 as the system's functions take it however long it is, in $R4.
+Function un.ofAnyLength
+  StrCpy $R5 $R2 2
+  ${If} $R5 == "\\"
+    StrCpy $R4 $R2 "" 1
+    StrCpy $R4 "\\?\UNC$R4"
+  ${Else}
+    StrCpy $R4 "\\?\$R2"
+  ${EndIf}
+FunctionEnd
+
+; The sync folders look like any other folder again, unless somebody else has given them an icon since. What
+; reads such a file takes no long path, so it reads a copy.
 Function un.freeFolders
+  InitPluginsDir
   StrCpy $R0 0
   ${Do}
     ClearErrors
@@ -256,11 +272,22 @@ Function un.freeFolders
     ${EndIf}
     IntOp $R0 $R0 + 1
     ReadRegStr $R2 HKCU "${SETTINGS_KEY}\iconfolders" $R1
-    ReadINIStr $R3 "$R2\desktop.ini" ".ShellClassInfo" "IconFile"
+    Call un.ofAnyLength
+    StrCpy $R5 "$R4\desktop.ini"
+    StrCpy $R6 "$PLUGINSDIR\desktop.ini"
+    System::Call 'kernel32::CopyFileW(w R5, w R6, i 0)'
+    SetFileAttributes "$R6" NORMAL
+    ReadINIStr $R3 "$R6" ".ShellClassInfo" "IconFile"
+    Delete "$R6"
     ${If} $R3 == "$INSTDIR\orvel.exe"
-      SetFileAttributes "$R2\desktop.ini" NORMAL
-      Delete "$R2\desktop.ini"
-      System::Call 'shlwapi::PathUnmakeSystemFolderW(w R2)'
+      System::Call 'kernel32::SetFileAttributesW(w R5, i ${FILE_ATTRIBUTE_NORMAL})'
+      System::Call 'kernel32::DeleteFileW(w R5)'
+      System::Call 'shlwapi::PathUnmakeSystemFolderW(w R2) i.R7'
+      ${If} $R7 == 0 ; too long for it
+        System::Call 'kernel32::GetFileAttributesW(w R4) i.R7'
+        IntOp $R7 $R7 & ${WITHOUT_SYSTEM}
+        System::Call 'kernel32::SetFileAttributesW(w R4, i R7)'
+      ${EndIf}
     ${EndIf}
   ${Loop}
   DeleteRegKey HKCU "${SETTINGS_KEY}\iconfolders"

@@ -1,5 +1,6 @@
 // Runs the installer and the uninstaller that were made of the built client and of the fake engine.
 
+#include "base/longpath.h"
 #include "tests/support/fakeengine.h"
 #include "tests/support/shortcut_win.h"
 #include "tests/support/test.h"
@@ -286,6 +287,25 @@ private slots:
                  DWORD(0));
         QVERIFY(QFile::exists(data(QStringLiteral("orvel/config.json"))));
         QVERIFY(QSettings(settingsKey, QSettings::NativeFormat).contains(QStringLiteral("runnum")));
+    }
+
+    void folderWithALongPathLooksLikeAnyOtherAfterTheUninstallation()
+    {
+        QCOMPARE(install(ORVEL_INSTALLER), 0);
+        QString root = testHome();
+        while (root.size() < 400)
+            root += u'/' + QString(40, u'd');
+        const QString icon = root + QStringLiteral("/desktop.ini");
+        writeFile(icon, "[.ShellClassInfo]\r\nIconFile=" +
+                            QDir::toNativeSeparators(installed(QStringLiteral("orvel.exe"))).toLocal8Bit() + "\r\n");
+        const std::wstring folder = base::ofAnyLength(root);
+        for (const std::wstring& path : {folder, base::ofAnyLength(icon)})
+            QVERIFY(SetFileAttributesW(path.c_str(), FILE_ATTRIBUTE_SYSTEM | FILE_ATTRIBUTE_HIDDEN));
+        QSettings(settingsKey, QSettings::NativeFormat)
+            .setValue(QStringLiteral("iconfolders/1"), QDir::toNativeSeparators(root));
+        QVERIFY(uninstall());
+        QVERIFY(!QFile::exists(icon));
+        QCOMPARE(GetFileAttributesW(folder.c_str()) & FILE_ATTRIBUTE_SYSTEM, DWORD(0));
     }
 
     void folderIconOfSomebodyElseOutlivesTheUninstallation()
