@@ -144,7 +144,6 @@ cloudIsLookedAtWhenNobodyTellsAnyMore_test() ->
         end
     end).
 
-lockedFileIsTriedAgainByItself_test() ->
 
 lockedFileIsToldAndTriedAgainByItself_test() ->
     Locks = ets:new(locks, [public]),

@@ -23,8 +23,6 @@ protected:
 
     void tearDown() override
     {
-        // On Windows, what was killed may hold its program's file a moment longer.
-        (void)QTest::qWaitFor([this] { return QDir(m_engine->installDir()).removeRecursively(); }, deadline());
         m_engine.reset();
     }
 

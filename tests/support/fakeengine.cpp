@@ -4,7 +4,6 @@
 #include "tests/support/test.h"
 
 #include <QCoreApplication>
-#include <QDeadlineTimer>
 #include <QDir>
 #include <QFile>
 #include <QUuid>
@@ -40,12 +39,10 @@ FakeEngine::~FakeEngine()
 {
     qunsetenv(fakeengine::socketVariable);
     qunsetenv(fakeengine::slowVariable);
-    // The installation goes now, and a current directory cannot be removed everywhere.
+    // The installation goes now, and a current directory cannot be removed everywhere. On Windows, what was killed
+    // may hold its program's file a moment longer.
     QDir::setCurrent(QDir::rootPath());
-    // Its program may be in use for a moment after its end.
-    const QDeadlineTimer givingUp(deadline());
-    while (!QDir(m_installDir.path()).removeRecursively() && !givingUp.hasExpired())
-        QTest::qWait(20);
+    (void)QTest::qWaitFor([this] { return QDir(installDir()).removeRecursively(); }, deadline());
 }
 
 void FakeEngine::install()
