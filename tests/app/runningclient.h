@@ -1,13 +1,10 @@
 #pragma once
 
+#include "tests/support/killengine.h"
+
 #include <QByteArray>
-#include <QDir>
-#include <QFile>
 #include <QProcess>
 #include <QString>
-
-#include <csignal>
-#include <memory>
 
 /// The built client as a process of its own.
 class RunningClient final
@@ -29,7 +26,7 @@ public:
     /// All that it has logged.
     const QByteArray& output()
     {
-        m_output += m_process.readAllStandardError();
+        m_output += m_process.readAllStandardError().replace("\r\n", "\n");
         return m_output;
     }
 
@@ -40,7 +37,7 @@ public:
         const QByteArray& all = output();
         const int start = all.lastIndexOf(line);
         const int end = all.indexOf('\n', start);
-        return start < 0 || end < 0 ? QByteArray() : all.mid(start + line.size(), end - start - line.size());
+        return start < m_stateFrom || end < 0 ? QByteArray() : all.mid(start + line.size(), end - start - line.size());
     }
 
     /// Ends it at once, and so its engine.
@@ -50,26 +47,15 @@ public:
         m_process.waitForFinished();
     }
 
-    /// Kills its engine alone; false when there is none.
-    bool killEngine() const
+    /// Kills its engine alone; false when there is none. What that one has told is forgotten.
+    bool killEngine()
     {
-        if (m_process.processId() == 0)
-            return false;
-        const QStringList processes = QDir(QStringLiteral("/proc")).entryList(QDir::Dirs);
-        for (const QString& process : processes) {
-            QFile file(QStringLiteral("/proc/") + process + QStringLiteral("/stat"));
-            if (!file.open(QIODevice::ReadOnly))
-                continue;
-            // The name in parentheses may hold anything; the state and the parent follow it.
-            const QByteArray stat = file.readAll();
-            const QByteArray parent = stat.mid(stat.lastIndexOf(')') + 2).split(' ').value(1);
-            if (parent.toLongLong() == m_process.processId())
-                return ::kill(process.toInt(), SIGKILL) == 0;
-        }
-        return false;
+        m_stateFrom = output().size();
+        return killEngineOf(m_process.processId());
     }
 
 private:
     QProcess m_process;
     QByteArray m_output;
+    int m_stateFrom = 0; ///< where what the present engine tells begins in the output
 };
