@@ -30,14 +30,17 @@ public:
         return m_output;
     }
 
-    /// The state that the engine told last, empty when it has told none.
+    /// The state that the engine told last since it was started, empty when it has told none.
     QByteArray state()
     {
+        static const QByteArray started = "servercomm: Server Started!";
         static const QByteArray line = "maindlg: network state  ";
         const QByteArray& all = output();
+        const int from = all.lastIndexOf(started);
         const int start = all.lastIndexOf(line);
         const int end = all.indexOf('\n', start);
-        return start < m_stateFrom || end < 0 ? QByteArray() : all.mid(start + line.size(), end - start - line.size());
+        return from < m_engineFrom || start < from || end < 0 ? QByteArray()
+                                                              : all.mid(start + line.size(), end - start - line.size());
     }
 
     /// Ends it at once, and so its engine.
@@ -50,12 +53,12 @@ public:
     /// Kills its engine alone; false when there is none. What that one has told is forgotten.
     bool killEngine()
     {
-        m_stateFrom = output().size();
+        m_engineFrom = output().size();
         return killEngineOf(m_process.processId());
     }
 
 private:
     QProcess m_process;
     QByteArray m_output;
-    int m_stateFrom = 0; ///< where what the present engine tells begins in the output
+    int m_engineFrom = 0; ///< the place in the output after which the present engine was started
 };
