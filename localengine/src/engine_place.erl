@@ -129,7 +129,7 @@ positive(Variable, Default) ->
 watcher() ->
     Program = case os:getenv("ORVEL_LOCAL_WATCH") of
                   Set when Set =:= false; Set =:= "" ->
-                      Above = filename:dirname(filename:dirname(filename:dirname(code:which(?MODULE)))),
+                      Above = filename:dirname(filename:dirname(filename:dirname(filename:absname(code:which(?MODULE))))),
                       engine_file:join(engine_file:from_native(Above), watcher_name(engine_names:system()));
                   Set -> engine_file:from_native(Set)
               end,
