@@ -28,9 +28,12 @@
 %% So many items are planned at once.
 -define(BATCH, 2000).
 -define(DELTAS, 200).
+-define(FLUSH_MS, 100).
 -define(TOLD_BYTES, 65536).
 %% So many copies go together, as messages cost, too.
 -define(BUNDLE, 32).
+%% A copy of this size is remembered at once.
+-define(LARGE, 1048576).
 %% Fewer copies than this are made one by one.
 -define(MANY, 8).
 
@@ -42,6 +45,7 @@ new(#{tree := Tree} = Options) ->
     Mirror = maps:merge(Defaults,
                         Options#{prefix => Prefix, views => none, nodes => #{}, known => false, recalled => true,
                                  stuck => #{}, unseen => [], later => #{}, held => #{}, deltas => [],
+                                 flushed => erlang:monotonic_time(millisecond),
                                  again => false, force => false, disturbed => #{},
                                  moves => [], moved => [], made => [], alike => sets:new(), hashes => #{},
                                  progress => none, space => 0, scan_ms => 0}),
@@ -103,14 +107,18 @@ claim(_, _, {marked, Uid, Token}, Uid) -> {ok, Token};
 claim(Mirror, Side, _, Uid) -> engine_roots:claim(maps:get(Side, Mirror), Uid).
 
 %% What is changed goes out in bundles; whoever reads the tree flushes first.
-change(Delta, #{deltas := Deltas} = Mirror) when length(Deltas) < ?DELTAS ->
-    Mirror#{deltas := [Delta | Deltas]};
-change(Delta, #{deltas := Deltas} = Mirror) -> flush(Mirror#{deltas := [Delta | Deltas]}).
+%% Nothing waits long, as a mirror that is ended forgets what it held.
+change(Delta, #{deltas := Deltas, flushed := Flushed} = Mirror) ->
+    More = Mirror#{deltas := [Delta | Deltas]},
+    case length(Deltas) >= ?DELTAS orelse erlang:monotonic_time(millisecond) - Flushed >= ?FLUSH_MS of
+        true -> flush(More);
+        false -> More
+    end.
 
 flush(#{deltas := []} = Mirror) -> Mirror;
 flush(#{deltas := Deltas, change := Change} = Mirror) ->
     ok = Change(lists:reverse(Deltas)),
-    Mirror#{deltas := []}.
+    Mirror#{deltas := [], flushed := erlang:monotonic_time(millisecond)}.
 
 %% ---- Finding the work ------------------------------------------------------
 
@@ -120,7 +128,7 @@ work(Dirs, #{known := Known} = Mirror0) ->
     Found = engine_survey:run(Places, Mirror1),
     Whole = Dirs =:= all orelse not Known,
     Mirror2 = surveyed(Found, case Whole of
-                                  true -> Mirror1#{space := 0, later := #{}, unseen := [], known := true,
+                                  true -> Mirror1#{later := #{}, unseen := [], known := true,
                                                    scan_ms := erlang:monotonic_time(millisecond) - Started};
                                   false -> Mirror1
                               end),
@@ -144,17 +152,24 @@ in_cache(Dir) ->
     Cache = engine_file:cache_name(),
     Dir =:= Cache orelse engine_path:is_below(Dir, Cache).
 
-surveyed(#{later := More, missing := Missing, unknown := Unknown, space := Grown},
-         #{later := Later, space := Space, unseen := Unseen} = Mirror) ->
+surveyed(#{later := More, missing := Missing, unknown := Unknown}, #{later := Later, unseen := Unseen} = Mirror) ->
     lists:foldl(fun disturbed/2,
-                Mirror#{later := maps:merge(Later, More), space := max(0, Space + Grown),
-                       unseen := lists:usort(Unknown ++ Unseen)},
+                Mirror#{later := maps:merge(Later, More), unseen := lists:usort(Unknown ++ Unseen)},
                 Missing).
+
+%% What the cloud's files take up, also those that could not be fetched.
+space(#{tree := Tree, stuck := Stuck}) ->
+    Beside = [Size - known_size(engine_tree:get(Path, Tree))
+              || {Path, {_, {file, {Size, _, _, _}}}} <- maps:to_list(Stuck)],
+    max(0, engine_tree:space(Tree) + lists:sum(Beside)).
+
+known_size(#{kind := file, cloud := {{Size, _, _, _}, _}}) -> Size;
+known_size(_) -> 0.
 
 has_left(#{stuck := Stuck, unseen := Unseen}) -> map_size(Stuck) > 0 orelse Unseen =/= [].
 
-result(#{space := Space, scan_ms := ScanMs, again := Again, later := Later} = Mirror) ->
-    {done, #{space => Space, scan_ms => ScanMs, retry => has_left(Mirror), again => Again,
+result(#{scan_ms := ScanMs, again := Again, later := Later} = Mirror) ->
+    {done, #{space => space(Mirror), scan_ms => ScanMs, retry => has_left(Mirror), again => Again,
              due => case maps:values(Later) of
                         [] -> none;
                         Seconds -> lists:min(Seconds)
@@ -177,21 +192,22 @@ moves_at(Depth, {Needs, Coming, Mirror0} = Unchanged) ->
         [] -> Unchanged;
         Dirs ->
             #{system := System} = Mirror0,
-            {Nodes, L, C, _} = lists:foldl(fun(Dir, Seen) -> engine_survey:collect(Dir, Depth, Mirror0, Seen) end,
-                                           engine_survey:nothing_seen(), Dirs),
+            Below = lists:foldl(fun(Dir, Seen) -> engine_survey:collect(Dir, Depth, Mirror0, Seen) end,
+                                engine_survey:nothing_seen(), Dirs),
+            {Nodes, L, C, _} = engine_survey:collect_above(Dirs, Mirror0, Below),
             {L0, C0, _} = engine_names:refused(System, L, C),
             Mirror1 = show({L, C}, Nodes, Mirror0),
             case engine_plan:moves(Nodes, L0, C0) of
                 [] -> Unchanged;
                 Moves ->
-                    Mirror2 = flush(run(Moves, Mirror1#{moves := Moves, moved := []})),
+                    Mirror2 = flush(run(Moves, Mirror1#{moves := Moves, moved := [], made := []})),
                     Moved = maps:get(moved, Mirror2),
                     %% What changed in a directory just before was told of under its old name.
-                    Found = engine_survey:run([{one, Dir} || Dir <- Dirs] ++ [{both, Dir} || Dir <- Moved], Mirror2),
+                    Found = engine_survey:run([{one, Dir} || Dir <- lists:usort(Dirs ++ maps:get(made, Mirror2))]
+                                              ++ [{both, Dir} || Dir <- Moved], Mirror2),
                     {maps:merge(maps:without(Dirs, Needs), maps:get(dirs, Found)),
                      maps:merge(without_below(Moved, Coming), maps:get(coming, Found)),
-                     %% What it holds was counted under the old name.
-                     surveyed(Found#{space := 0}, Mirror2)}
+                     surveyed(Found, Mirror2)}
             end
     end.
 
@@ -234,14 +250,16 @@ gather([Dir | Dirs], Batch, Seen0, Mirror) ->
         _ -> gather(Dirs, [Dir | Batch], Seen, Mirror)
     end.
 
-batch(Dirs, {Nodes, L, C, Missing}, Expected, #{system := System} = Mirror0) ->
-    Mirror1 = lists:foldl(fun disturbed/2, show({L, C}, Nodes, Mirror0), Missing),
+batch(Dirs, {Nodes, {_, LUnknown} = L, {_, CUnknown} = C, Missing}, Expected, Mirror0) ->
+    #{system := System, unseen := Unseen} = Mirror0,
+    Mirror1 = lists:foldl(fun disturbed/2,
+                          show({L, C}, Nodes, Mirror0#{unseen := lists:usort(LUnknown ++ CUnknown ++ Unseen)}), Missing),
     {L0, C0, Refused} = engine_names:refused(System, L, C),
     {L1, C1, Clashing} = engine_names:clashing(System, Nodes, L0, C0),
     {Hashes, Mirror2} = read_all(engine_plan:doubts(Nodes, L1, C1), held(Dirs, Refused ++ Clashing, Mirror1)),
     Actions = engine_plan:plan(Nodes, L1, C1, Hashes),
     {Copies, Others} = lists:partition(fun(Action) -> element(1, Action) =:= copy end, Actions),
-    Mirror3 = run(Others, Mirror2#{hashes := Hashes}),
+    Mirror3 = flush(run(Others, Mirror2#{hashes := Hashes})),
     flush(copy_all(Copies, expect(Expected, Copies, Mirror3))).
 
 %% What a batch works on, until the next one.
@@ -359,9 +377,7 @@ remove(Side, Path, Remove, Action, Mirror) ->
         true ->
             case Remove(absolute(Mirror, Side, Path)) of
                 ok ->
-                    Freed = freed(Side, entry(Mirror, Side, Path)),
-                    #{space := Space} = Removed = set_entry(Side, Path, absent, Mirror),
-                    disturbed(Path, forget(Path, Removed#{space := max(0, Space - Freed)}));
+                    disturbed(Path, forget(Path, set_entry(Side, Path, absent, Mirror)));
                 {error, eexist} -> look_again(Path, disturbed(Path, Mirror));
                 {error, Reason} -> failed(Action, Reason, Mirror)
             end
@@ -457,7 +473,8 @@ forget_missing(Side, Dir, #{tree := Tree, moves := Moves} = Mirror) ->
 
 copy_all([], Mirror) -> Mirror;
 copy_all(Copies, Mirror0) ->
-    {Jobs, #{opener := Opener, rate := Rate} = Mirror} = lists:foldl(fun prepare/2, {[], Mirror0}, Copies),
+    {Jobs, #{opener := Opener, rate := Rate} = Mirror} =
+        lists:foldl(fun prepare/2, {[], Mirror0#{space := space(Mirror0)}}, Copies),
     Workers = case Rate of
                   unlimited -> workers(Jobs);
                   _ -> 1
@@ -474,10 +491,14 @@ bundles(Jobs, Count) ->
     {Bundle, Rest} = lists:split(Count, Jobs),
     [Bundle | bundles(Rest, Count)].
 
-one_copied({{Side, Path, Job}, {Copied, Untold}}, Mirror) ->
-    copied(Side, Path, Job, Copied, one_less(Side, moved(Untold, Mirror))).
+one_copied({{Side, Path, #{seen := {Size, _, _, _}} = Job}, {Copied, Untold}}, Mirror) ->
+    Done = copied(Side, Path, Job, Copied, one_less(Side, moved(Untold, Mirror))),
+    case Size >= ?LARGE of
+        true -> flush(Done);
+        false -> Done
+    end.
 
-%% The room that a copy will take is taken at once.
+%% The room that a copy will take is taken at once, for those after it.
 prepare({copy, Side, Path} = Action, {Jobs, #{space := Space, prefix := Prefix, tree := Tree, nodes := Nodes} = Mirror}) ->
     Other = engine_plan:other(Side),
     {file, {Size, _, _, _} = Sig} = entry(Mirror, Other, Path),
@@ -492,7 +513,7 @@ prepare({copy, Side, Path} = Action, {Jobs, #{space := Space, prefix := Prefix, 
             Temp = <<Prefix/binary, "-", (integer_to_binary(erlang:unique_integer([positive])))/binary, ".part">>,
             Job = #{from => absolute(Mirror, Other, Path), seen => Sig, to => absolute(Mirror, Side, Path),
                     expect => Expect, temp => engine_file:join(cache_dir(Mirror, Side), Temp),
-                    side => Side, growth => Growth, base => maps:get(Path, Nodes, none),
+                    side => Side, base => maps:get(Path, Nodes, none),
                     root => {maps:get(Side, Mirror), token(Side, Tree)}},
             {[{Side, Path, Job} | Jobs], Mirror#{space := max(0, Space + Growth)}}
     end.
@@ -534,12 +555,11 @@ do_copy(#{side := Side, seen := {Size, _, _, _}, to := To, expect := Expect, bas
 copied(Side, Path, #{seen := Sig}, {{ok, Hash, NewSig}, Started, Written}, Mirror) ->
     Marks = #{Side => {NewSig, Written}, engine_plan:other(Side) => {Sig, Started}},
     remember(Path, maps:merge(#{kind => file, hash => Hash}, Marks), set_entry(Side, Path, {file, NewSig}, Mirror));
-copied(Side, Path, #{growth := Growth}, {{error, Reason}, _, _}, #{space := Space} = Mirror) ->
-    Freed = Mirror#{space := max(0, Space - Growth)},
+copied(Side, Path, _, {{error, Reason}, _, _}, Mirror) ->
     case Reason of
-        changed -> disturbed(Path, Freed);
-        root_changed -> disturbed(Path, Freed);
-        _ -> failed({copy, Side, Path}, Reason, Freed)
+        changed -> disturbed(Path, Mirror);
+        root_changed -> disturbed(Path, Mirror);
+        _ -> failed({copy, Side, Path}, Reason, Mirror)
     end.
 
 free_name(Mirror, Path, Time, Try) ->

@@ -3,7 +3,7 @@
 %% look and is kept nowhere, so a large tree needs no more memory than a small one.
 -module(engine_survey).
 
--export([run/2, nearest/2, collect/4, nothing_seen/0, size/1]).
+-export([run/2, nearest/2, collect/4, collect_above/3, nothing_seen/0, size/1]).
 
 -export_type([world/0, found/0, need/0]).
 
@@ -23,10 +23,9 @@
                    coming := #{binary() => need()},
                    later := #{binary() => Second :: integer()},
                    missing := [binary()],       % a directory that is there no more
-                   unknown := [binary()],       % a directory of which not all could be seen
-                   space := integer()}.         % the cloud's files against what was known of them
+                   unknown := [binary()]}.      % a directory of which not all could be seen
 
--type place() :: {both, binary()} | {only, side(), binary()} | {size, binary()}.
+-type place() :: {both, binary()} | {only, side(), binary()}.
 
 %% "Both" places are looked at with all below them where both sides have it; a
 %% directory of its own as "one".
@@ -37,21 +36,19 @@ run(Places, World) ->
     Seen = erlang:system_time(second),
     engine_pool:run(Places, fun(Place, _) -> look(Place, Seen, Small) end,
                     fun({done, Place, Result}, Found) -> take(Place, Result, Found) end,
-                    #{dirs => #{}, coming => #{}, later => #{}, missing => [], unknown => [], space => 0}).
+                    #{dirs => #{}, coming => #{}, later => #{}, missing => [], unknown => []}).
 
-take({one, Dir}, {looked, Need, _, Later, Unknown, Space, More}, Found) ->
-    {More, add(Dir, Need, Later, Unknown, Space, Found)};
-take({both, Dir}, {looked, Need, Dirs, Later, Unknown, Space, More}, Found) ->
-    {[{both, Sub} || Sub <- Dirs] ++ More, add(Dir, Need, Later, Unknown, Space, Found)};
-take({only, _, Dir}, {counted, Need, More, Space}, #{coming := Coming, space := Sum} = Found) ->
-    {More, Found#{coming := Coming#{Dir => Need}, space := Sum + Space}};
-take({size, _}, {counted, _, More, Space}, #{space := Sum} = Found) ->
-    {More, Found#{space := Sum + Space}};
+take({one, Dir}, {looked, Need, _, Later, Unknown, More}, Found) ->
+    {More, add(Dir, Need, Later, Unknown, Found)};
+take({both, Dir}, {looked, Need, Dirs, Later, Unknown, More}, Found) ->
+    {[{both, Sub} || Sub <- Dirs] ++ More, add(Dir, Need, Later, Unknown, Found)};
+take({only, _, Dir}, {counted, Need, More}, #{coming := Coming} = Found) ->
+    {More, Found#{coming := Coming#{Dir => Need}}};
 take({_, Dir}, missing, #{missing := Missing} = Found) -> {[], Found#{missing := [Dir | Missing]}};
 take({_, Dir}, unknown, #{unknown := Unknown} = Found) -> {[], Found#{unknown := [Dir | Unknown]}};
 take({only, _, Dir}, unknown, #{unknown := Unknown} = Found) -> {[], Found#{unknown := [Dir | Unknown]}}.
 
-add(Dir, Need, Later, Unknown, Space, #{dirs := Dirs, later := AllLater, unknown := Before, space := Sum} = Found) ->
+add(Dir, Need, Later, Unknown, #{dirs := Dirs, later := AllLater, unknown := Before} = Found) ->
     Found#{dirs := case Need of
                        none -> Dirs;
                        _ -> Dirs#{Dir => Need}
@@ -60,18 +57,17 @@ add(Dir, Need, Later, Unknown, Space, #{dirs := Dirs, later := AllLater, unknown
                         none -> AllLater;
                         _ -> AllLater#{Dir => Later}
                     end,
-           unknown := [Dir || Unknown] ++ Before, space := Sum + Space}.
+           unknown := [Dir || Unknown] ++ Before}.
 
-look({only, Side, Dir}, _, World) -> count(Side, Dir, World, fun(Sub) -> {only, Side, Sub} end);
-look({size, Dir}, _, World) -> count(cloud, Dir, World, fun(Sub) -> {size, Sub} end);
-look({Reach, Dir}, Seen, #{local := Local, cloud := Cloud, tree := Tree, stuck := Stuck, force := Force}) ->
+look({only, Side, Dir}, _, World) -> count(Side, Dir, World);
+look({_, Dir}, Seen, #{local := Local, cloud := Cloud, tree := Tree, stuck := Stuck, force := Force}) ->
     case {engine_scan:dir(Local, Dir), engine_scan:dir(Cloud, Dir)} of
         {{ok, L}, {ok, C}} ->
             Summary = #{dir => Dir, seen => Seen, stuck => Stuck, force => Force, need => none, dirs => [], later => none,
-                        unknown => false, space => 0, more => [], tree => Tree, reach => Reach},
-            #{need := Need, dirs := Dirs, later := Later, unknown := Unknown, space := Space, more := More} =
+                        unknown => false, more => []},
+            #{need := Need, dirs := Dirs, later := Later, unknown := Unknown, more := More} =
                 merge(L, C, engine_tree:children(Dir, Tree), Summary),
-            {looked, Need, Dirs, Later, Unknown, Space, More};
+            {looked, Need, Dirs, Later, Unknown, More};
         {{error, Reason}, _} when Reason =:= enoent; Reason =:= enotdir -> missing;
         {_, {error, Reason}} when Reason =:= enoent; Reason =:= enotdir -> missing;
         _ -> unknown
@@ -92,7 +88,7 @@ head(_, List, Default) -> {Default, List}.
 item(Name, L, C, Base, #{dir := Dir, stuck := Stuck, seen := Seen, force := Force} = Summary0) ->
     Path = engine_path:child(Dir, Name),
     Known = is_stuck(Path, L, C, Stuck),
-    Summary = place(Path, L, C, Base, weigh(Path, C, Base, Known, Summary0)),
+    Summary = place(Path, L, C, Summary0),
     case engine_plan:news(Base, L, C, Seen) of
         _ when L =:= unknown; C =:= unknown -> Summary#{unknown := true};
         same -> Summary;
@@ -112,34 +108,16 @@ later(Second, #{later := none} = Summary) -> Summary#{later := Second};
 later(Second, #{later := Before} = Summary) -> Summary#{later := min(Second, Before)}.
 
 %% Where to look further.
-place(Path, {dir, _}, {dir, _}, _, #{dirs := Dirs} = Summary) -> Summary#{dirs := [Path | Dirs]};
-place(_, _, _, _, Summary) -> Summary.
+place(Path, {dir, _}, {dir, _}, #{dirs := Dirs} = Summary) -> Summary#{dirs := [Path | Dirs]};
+place(_, _, _, Summary) -> Summary.
 
-%% What the cloud's side of an item takes up, against what was known.
-weigh(Path, C, Base, Known, #{space := Space, reach := Reach, tree := Tree} = Summary) ->
-    Before = case Base of
-                 _ when Reach =:= both; Known -> 0;
-                 #{kind := file, cloud := {{Size, _, _, _}, _}} -> Size;
-                 #{kind := dir} when C =:= absent; C =:= other; C =:= unknown; element(1, C) =:= file -> below(Path, Tree);
-                 _ -> 0
-             end,
-    Now = case C of
-              {file, {_, _, _, _}} when Known, Reach =/= both -> 0;
-              {file, {Taken, _, _, _}} -> Taken;
-              _ -> 0
-          end,
-    Summary#{space := Space + Now - Before}.
-
-below(Path, Tree) ->
-    lists:sum([Size || {_, #{kind := file, cloud := {{Size, _, _, _}, _}}} <- engine_tree:below(Path, Tree)]).
-
-need(Path, L, C, Base, #{need := Before, more := More, reach := Reach} = Summary) ->
+need(Path, L, C, Base, #{need := Before, more := More} = Summary) ->
     Need = case Before of
                none -> nothing();
                _ -> Before
            end,
     Summary#{need := copies(Base, L, C, missing(Base, L, C, Need)),
-             more := further(Path, L, C, Base, Reach) ++ More}.
+             more := further(Path, L, C, Base) ++ More}.
 
 nothing() -> #{gone => [], new => [], cloud => 0, local => 0, bytes => 0}.
 
@@ -164,32 +142,32 @@ copied(Side, {Size, _, _, _}, #{bytes := Bytes} = Need) ->
 
 %% A directory that only one side has is counted at once, and looked at when
 %% the other side has it, too.
-further(Path, {dir, _}, absent, none, _) -> [{only, local, Path}];
-further(Path, absent, {dir, _}, none, _) -> [{only, cloud, Path}];
-further(_, {dir, _}, {dir, _}, _, _) -> [];
-further(Path, _, {dir, _}, _, both) -> [{size, Path}];
-further(_, _, _, _, _) -> [].
+further(Path, {dir, _}, absent, none) -> [{only, local, Path}];
+further(Path, absent, {dir, _}, none) -> [{only, cloud, Path}];
+further(_, _, _, _) -> [].
 
-count(Side, Dir, World, Further) ->
+count(Side, Dir, World) ->
     case engine_scan:dir(maps:get(Side, World), Dir) of
         {ok, Listing} ->
             Sizes = [Size || {_, {file, {Size, _, _, _}}} <- Listing],
-            Bytes = lists:sum(Sizes),
             Need = maps:put(engine_plan:other(Side), length(Sizes), nothing()),
-            {counted, Need#{bytes := Bytes}, [Further(engine_path:child(Dir, Name)) || {Name, {dir, _}} <- Listing],
-             case Side of cloud -> Bytes; local -> 0 end};
+            {counted, Need#{bytes := lists:sum(Sizes)},
+             [{only, Side, engine_path:child(Dir, Name)} || {Name, {dir, _}} <- Listing]};
         {error, _} -> unknown
     end.
 
 %% The directory itself, or the nearest one above it, that both sides have and
-%% that both are known to have had.
+%% that both are known to have had. Looked for from the root on, or the way to it
+%% could lead through a link.
 -spec nearest(binary(), world()) -> binary().
-nearest(<<>>, _) -> <<>>;
-nearest(Dir, #{local := Local, cloud := Cloud, tree := Tree} = World) ->
+nearest(Dir, World) -> nearest(engine_path:ancestors(Dir) ++ [Dir || Dir =/= <<>>], <<>>, World).
+
+nearest([], Found, _) -> Found;
+nearest([Dir | Below], Found, #{local := Local, cloud := Cloud, tree := Tree} = World) ->
     case {engine_file:look(engine_file:join(Local, Dir)), engine_file:look(engine_file:join(Cloud, Dir)),
           engine_tree:get(Dir, Tree)} of
-        {{dir, _}, {dir, _}, #{kind := dir}} -> Dir;
-        _ -> nearest(engine_path:parent(Dir), World)
+        {{dir, _}, {dir, _}, #{kind := dir}} -> nearest(Below, Dir, World);
+        _ -> Found
     end.
 
 %% ---- For the planner -------------------------------------------------------
@@ -216,6 +194,20 @@ collect(Dir, Depth, #{local := Local, cloud := Cloud, tree := Tree} = World, {No
             {Nodes, {L, LU}, {C, CU}, [Dir | Missing]};
         _ -> {Nodes, {L, [Dir | LU]}, {C, CU}, Missing}
     end.
+
+%% Adds the directories themselves, and those above them.
+-spec collect_above([binary()], world(), seen_all()) -> seen_all().
+collect_above(Dirs, #{local := Local, cloud := Cloud, tree := Tree}, Seen) ->
+    Above = lists:usort(lists:append([[Dir | engine_path:ancestors(Dir)] || Dir <- Dirs, Dir =/= <<>>])),
+    lists:foldl(fun(Dir, {Nodes, {L, LU}, {C, CU}, Missing}) ->
+                        {with(Dir, engine_tree:get(Dir, Tree), Nodes),
+                         {with(Dir, engine_file:look(engine_file:join(Local, Dir)), L), LU},
+                         {with(Dir, engine_file:look(engine_file:join(Cloud, Dir)), C), CU}, Missing}
+                end, Seen, Above).
+
+with(Dir, #{} = Base, Map) -> Map#{Dir => Base};
+with(Dir, {dir, _} = Entry, Map) -> Map#{Dir => Entry};
+with(_, _, Map) -> Map.
 
 seen(Dir, Listing, {Entries, Unknown}) ->
     lists:foldl(fun({Name, unknown}, {E, U}) -> {E, [engine_path:child(Dir, Name) | U]};

@@ -29,6 +29,7 @@
 %% Everything is looked at this often at most, should a report of a change have
 %% been missed: before the client watches, or because it cannot.
 -define(FULL_LOOK_MS, 15000).
+-define(FULL_LOOK_LATE_MS, 2000).
 %% The share of the time that looking at everything may take: while nobody tells
 %% what changes in the cloud, and when somebody does.
 -define(BLIND_SHARE, 20).
@@ -94,7 +95,9 @@ handle_info({'EXIT', Watch, Reason}, #{watch := Watch} = State) ->
 handle_info({'EXIT', Owner, Reason}, #{owner := Owner} = State) -> {stop, Reason, State};
 handle_info(_, State) -> {noreply, State}.
 
-terminate(_, State) ->
+terminate(_, #{watch := Watch} = State) ->
+    %% It is ended by nothing else when this process ends as it should.
+    _ = is_pid(Watch) andalso exit(Watch, kill),
     _ = save(end_worker(State)),
     ok.
 
@@ -104,7 +107,7 @@ terminate(_, State) ->
 %% directory at once, and then everything.
 add_dirty(_, #{dirty := all} = State) -> State;
 add_dirty(Dirs, #{dirty := Dirty} = State) ->
-    More = State#{dirty := Dirs ++ Dirty},
+    More = State#{dirty := lists:umerge(lists:usort(Dirs), Dirty)},
     case lists:member(<<>>, Dirs) of
         true -> everything_soon(More);
         false -> More
@@ -112,7 +115,7 @@ add_dirty(Dirs, #{dirty := Dirty} = State) ->
 
 %% Not more often than its share of the time allows.
 everything_soon(#{full_at := FullAt, looked_at := LookedAt, look_ms := Ms} = State) ->
-    State#{full_at := min(FullAt, LookedAt + min(Ms * ?BLIND_SHARE, ?BLIND_MAX_MS))}.
+    State#{full_at := min(FullAt, max(now_ms(), LookedAt + min(Ms * ?BLIND_SHARE, ?BLIND_MAX_MS)))}.
 
 start_pass(#{worker := none} = State) -> start_pass(State#{worker := spawn_worker(State)});
 start_pass(#{watch := none, watch_at := At, options := #{watcher := Program, cloud := Cloud}} = State)
@@ -126,9 +129,11 @@ start_pass(State) -> pass(State).
 pass(#{worker := Worker, dirty := Dirty, full_at := FullAt, force_at := ForceAt} = State) ->
     Now = now_ms(),
     Force = ForceAt =/= none andalso Now >= ForceAt,
-    %% What was reported does not wait until everything was looked at.
+    %% What was reported does not wait until everything was looked at, unless that
+    %% has waited long.
     Look = case Dirty of
                [] when Now >= FullAt -> all;
+               _ when Now >= FullAt + ?FULL_LOOK_LATE_MS -> all;
                _ -> Dirty
            end,
     Worker ! {pass, Look, Force},
@@ -200,7 +205,7 @@ report({result, {done, Result}}, State) ->
     end.
 
 again(_, all) -> all;
-again(Dir, Dirty) -> [Dir | Dirty].
+again(Dir, Dirty) -> lists:umerge([Dir], Dirty).
 
 %% Large trees are looked at less often.
 looked(#{scan_ms := Ms}, #{look := all, watch := Watch, options := #{poll := Poll}} = State) ->

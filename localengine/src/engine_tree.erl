@@ -11,7 +11,7 @@
 -module(engine_tree).
 
 -export([new/0, load/1, save/3, file_name/2, delete/1, get/2, children/2, below/2, change/2,
-         id_path/2, tokens/1]).
+         id_path/2, tokens/1, space/1]).
 
 -export_type([tree/0, base/0, delta/0]).
 
@@ -41,6 +41,7 @@ new() ->
     set(next, ?ROOT_ID + 1, Tree),
     set(tokens, {<<>>, <<>>}, Tree),
     set(sound, false, Tree),
+    set(space, 0, Tree),
     Tree.
 
 -spec delete(tree()) -> true.
@@ -99,6 +100,10 @@ id_path([Name | Names], Dir, Tree, Ids) ->
 -spec tokens(tree()) -> {Local :: binary(), Cloud :: binary()}.
 tokens(Tree) -> fact(tokens, Tree).
 
+%% The bytes of all files on the cloud's side.
+-spec space(tree()) -> non_neg_integer().
+space(Tree) -> fact(space, Tree).
+
 names(<<>>) -> [];
 names(Path) -> binary:split(Path, <<"/">>, [global]).
 
@@ -153,13 +158,14 @@ apply_change({bind, Tokens}, Tree) ->
         _ ->
             Known = [Item || #item{} = Item <- ets:tab2list(Tree)],
             ets:insert(Tree, [#item{key = Item#item.key, id = Item#item.id, kind = none} || Item <- Known]),
+            set(space, 0, Tree),
             set(tokens, Tokens, Tree)
     end;
 apply_change({put, Path, Base}, Tree) ->
     Key = {make_dir(engine_path:parent(Path), Tree), engine_path:name(Path)},
     case ets:lookup(Tree, Key) of
-        [#item{id = Id}] -> ets:insert(Tree, item(Key, Id, Base));
-        [] -> ets:insert(Tree, item(Key, next_id(Tree), Base))
+        [#item{id = Id} = Before] -> put_item(item(Key, Id, Base), Before#item.cloud_size, Tree);
+        [] -> put_item(item(Key, next_id(Tree), Base), 0, Tree)
     end;
 apply_change({drop, Path}, Tree) ->
     case find(Path, Tree) of
@@ -177,8 +183,16 @@ apply_change({move, From, To}, Tree) ->
             ets:delete(Tree, Item#item.key)
     end.
 
-remove(#item{key = Key, id = Id, kind = Kind}, Tree) ->
+put_item(#item{cloud_size = Size} = Item, Before, Tree) ->
+    grow(Size - Before, Tree),
+    ets:insert(Tree, Item).
+
+%% The size of a directory, and of what is not known, is none.
+grow(Bytes, Tree) -> ets:update_counter(Tree, space, {3, Bytes}).
+
+remove(#item{key = Key, id = Id, kind = Kind, cloud_size = Size}, Tree) ->
     _ = Kind =:= file orelse [remove(Item, Tree) || Item <- items(Id, Tree)],
+    grow(-Size, Tree),
     ets:delete(Tree, Key).
 
 %% The id of a directory; what is not known of it yet may come later.
@@ -216,13 +230,13 @@ load(Path) ->
     Tree.
 
 loaded({facts, Next, Tokens}, Tree) -> set(next, Next, Tree), set(tokens, Tokens, Tree), Tree;
-loaded({rows, Rows}, Tree) -> ets:insert(Tree, Rows), Tree;
+loaded({rows, Rows}, Tree) -> lists:foreach(fun(Row) -> put_item(Row, 0, Tree) end, Rows), Tree;
 loaded({deltas, Deltas}, Tree) -> lists:foldl(fun change/2, Tree, Deltas);
 loaded({known, Path, Id, Base}, Tree) ->
     Key = {make_dir(engine_path:parent(Path), Tree), engine_path:name(Path)},
     _ = case Base of
             none -> ets:insert(Tree, #item{key = Key, id = Id, kind = none});
-            _ -> ets:insert(Tree, item(Key, Id, Base))
+            _ -> put_item(item(Key, Id, Base), 0, Tree)
         end,
     Tree.
 
@@ -235,7 +249,8 @@ save(Path, Deltas, Tree) ->
                 true -> engine_journal:append(Path, {deltas, Deltas}, Whole);
                 false -> engine_journal:write(Path, Whole)
             end,
-    _ = Saved =:= ok andalso set(sound, true, Tree),
+    %% What may end in half a frame is written anew the next time.
+    set(sound, Saved =:= ok, Tree),
     Saved.
 
 %% One frame after the other, so that the whole never stands in memory twice.

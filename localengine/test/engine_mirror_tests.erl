@@ -491,22 +491,29 @@ whatCouldNotBeDoneIsNotTriedUntilItChangesOrIsAskedFor_test() ->
                 ?assertEqual(1, opened())
         end).
 
-directoryThatIsRenamedTakesEverythingAlongInOneStep_test() ->
+directoryThatIsRenamedTakesEverythingAlongInOneStep_test_() ->
+    [{binary_to_list(<<From/binary, " to ", To/binary>>), fun() -> renamed_in_one_step(From, To) end}
+     || {From, To} <- [{<<"old">>, <<"new">>}, {<<"in/a/old">>, <<"in/a/new">>}, {<<"in/a/old">>, <<"in/new">>},
+                       {<<"old">>, <<"in/a/new">>}]].
+
+renamed_in_one_step(From, To) ->
     lab(fun(L, C, M0) ->
-                [write(L, <<"old/d/f", (integer_to_binary(N))/binary>>, <<"1">>) || N <- lists:seq(1, 300)],
+                write(L, <<"in/a/stays">>, <<"1">>),
+                [write(L, <<From/binary, "/d/f", (integer_to_binary(N))/binary>>, <<"1">>) || N <- lists:seq(1, 30)],
                 {_, #{tree := Tree} = M1} = settle(M0),
                 copies(),
-                ok = file:rename(in(L, "old"), in(L, "new")),
+                ok = file:rename(in(L, From), in(L, To)),
                 Self = self(),
                 Change = fun(Deltas) ->
                                  Self ! {changed, Deltas},
                                  lists:foreach(fun(Delta) -> engine_tree:change(Delta, Tree) end, Deltas)
                          end,
-                {{done, _}, _} = engine_mirror:pass([<<>>], false, M1#{change := Change}),
+                Dirs = [engine_path:parent(From), engine_path:parent(To)],
+                {{done, _}, _} = engine_mirror:pass(Dirs, false, M1#{change := Change}),
                 ?assertEqual(tree(L), tree(C)),
                 ?assertEqual(0, copies()),
                 Deltas = lists:append((fun Taken() -> receive {changed, D} -> [D | Taken()] after 0 -> [] end end)()),
-                ?assertMatch([{move, <<"old">>, <<"new">>}, {put, <<"new">>, _}], Deltas)
+                ?assertMatch([{move, From, To}, {put, To, _}], Deltas)
         end).
 
 spaceIsWhatTheCloudHolds_test() ->
@@ -578,6 +585,45 @@ failures() ->
         {report, _} -> failures()
     after 0 -> []
     end.
+
+linkInPlaceOfADirectoryAboveIsNotFollowed_test() ->
+    engine_lab:unless_windows("Wine makes none", fun() ->
+        lab(fun(L, C, M0) ->
+                    write(L, "a/b/x", <<"1">>),
+                    {_, M1} = settle(M0),
+                    Elsewhere = in(filename:dirname(L), <<"elsewhere">>),
+                    write(Elsewhere, "b/y", <<"2">>),
+                    ok = file:del_dir_r(in(L, "a")),
+                    ok = file:make_symlink(Elsewhere, in(L, "a")),
+                    write(C, "a/b/z", <<"3">>),
+                    {{done, _}, _} = engine_mirror:pass([<<"a/b">>], true, M1),
+                    ?assertEqual(#{<<"a">> => dir, <<"a/b">> => dir, <<"a/b/x">> => <<"1">>, <<"a/b/z">> => <<"3">>},
+                                 tree(C)),
+                    ?assertEqual(#{<<"b">> => dir, <<"b/y">> => <<"2">>}, tree(Elsewhere))
+            end)
+    end).
+
+whatIsBesideARenamedFileInANewDirectoryIsCarried_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "a/f", <<"1">>),
+                {_, M1} = settle(M0),
+                {file, {_, _, _, Inode}} = engine_file:look(in(C, "a/f")),
+                write(L, "new/g", <<"2">>),
+                ok = file:rename(in(L, "a/f"), in(L, "new/f")),
+                {{done, _}, _} = engine_mirror:pass([<<>>, <<"a">>], false, M1),
+                both_hold(#{<<"a">> => dir, <<"new">> => dir, <<"new/f">> => <<"1">>, <<"new/g">> => <<"2">>}, L, C),
+                ?assertMatch({file, {_, _, _, Inode}}, engine_file:look(in(C, "new/f")))
+        end).
+
+fileRenamedInADirectoryIsRenamedThereToo_test() ->
+    lab(fun(L, C, M0) ->
+                write(L, "a/b/f", <<"1">>),
+                {_, M1} = settle(M0),
+                {file, {_, _, _, Inode}} = engine_file:look(in(C, "a/b/f")),
+                ok = file:rename(in(L, "a/b/f"), in(L, "a/b/g")),
+                {{done, _}, _} = engine_mirror:pass([<<"a/b">>], false, M1),
+                ?assertMatch({file, {_, _, _, Inode}}, engine_file:look(in(C, "a/b/g")))
+        end).
 
 unreadableFileIsSkippedAndTriedAgain_test() ->
     Locks = ets:new(locks, [public]),

@@ -105,6 +105,36 @@ returnOfAMissingSideIsTold_test() ->
                      ?assertEqual(<<"1">>, read(in(Lab, "cloud/f")))
              end).
 
+whatWasDoneBeforeAPauseIsRemembered_test() ->
+    lab(#{rate => 100000},
+        fun(Sync, Lab) ->
+                write(Lab, "local/f", <<"1">>),
+                engine_sync:changed(Sync, [<<>>]),
+                soon(copied, fun() -> read(in(Lab, "cloud/f")) =:= <<"1">> end),
+                told(Sync, ok),
+                ok = file:delete(in(Lab, "cloud/f")),
+                write(Lab, "local/large", binary:copy(<<"x">>, 1000000)),
+                engine_sync:changed(Sync, [<<>>]),
+                soon(deleted, fun() -> not engine_lab:exists(in(Lab, "local/f")) end),
+                told(Sync, transferring),
+                engine_sync:set_enabled(Sync, false),
+                ?assertEqual([], engine_sync:id_path(Sync, <<"f">>)),
+                ?assertEqual([], engine_sync:id_path(Sync, <<"large">>))
+        end).
+
+everythingIsLookedAtAlsoWhileOnePlaceChangesAllTheTime_test() ->
+    lab(#{}, fun(Sync, Lab) ->
+                     write(Lab, "local/busy/f", <<"1">>),
+                     told(Sync, ok),
+                     Writer = spawn_link(fun Report() ->
+                                                 engine_sync:changed(Sync, [<<"busy">>]),
+                                                 receive stop -> ok after 5 -> Report() end
+                                         end),
+                     write(Lab, "cloud/quiet/g", <<"2">>),
+                     soon(found, fun() -> read(in(Lab, "local/quiet/g")) =:= <<"2">> end),
+                     Writer ! stop
+             end).
+
 %% A shell script that says what is written into "say" plays the watching program.
 watcher(Lab, Script) ->
     Program = in(Lab, <<"watcher">>),
@@ -127,6 +157,18 @@ changeInTheCloudThatIsToldIsFetchedAtOnce_test() ->
                         soon(fetched, fun() -> read(in(Lab, "local/d/g")) =:= <<"2">> end)
                 end)
         after engine_lab:remove(Said)
+        end
+    end).
+
+watchingProgramEndsWithTheSync_test() ->
+    engine_lab:unless_windows("no shell runs there", fun() ->
+        Program = engine_lab:new(),
+        Pid = fun() -> string:trim(element(2, file:read_file(in(Program, "pid")))) end,
+        try
+            lab(#{watcher => watcher(Program, "echo $$ >\"${0%/*}/new\"; mv \"${0%/*}/new\" \"${0%/*}/pid\"; echo =; exec cat")},
+                fun(_, _) -> soon(started, fun() -> engine_lab:exists(in(Program, "pid")) end) end),
+            engine_lab:wait(ended, fun() -> not filelib:is_dir(["/proc/", Pid()]) end)
+        after engine_lab:remove(Program)
         end
     end).
 
