@@ -9,6 +9,7 @@
 #include "ui/desktop.h"
 #include "ui/mymenu.h"
 #include "ui/pickracun.h"
+#include "ui/scalefollower.h"
 #include "ui/settingsfile.h"
 #include "ui/webpages.h"
 #include "update/updater.h"

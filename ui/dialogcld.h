@@ -17,6 +17,7 @@ class MyMenu;
 class PickRacun;
 class PipeCmdReader;
 class QAction;
+class ScaleFollower;
 class ServerComm;
 class ShareFolder;
 class SyncFolder;
@@ -104,6 +105,7 @@ private:
     qtsparkle::Updater* m_updater = nullptr;
     SettingsPanel m_panel;
     QSystemTrayIcon* m_tray = nullptr;
+    std::unique_ptr<ScaleFollower> m_scaleFollower;
     QString m_trayIcon; ///< resource path of the icon it shows
     QBasicTimer m_trayWatch;
     int m_trayLooks = 0; ///< that are left

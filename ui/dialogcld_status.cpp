@@ -5,6 +5,7 @@
 #include "ui/dialogcld.h"
 #include "ui/mymenu.h"
 #include "ui/panelview.h"
+#include "ui/scalefollower.h"
 #include "ui/traystatus.h"
 
 #include <QAction>
@@ -33,6 +34,7 @@ void DialogCld::createTray()
     m_tray->setContextMenu(m_menu);
     setTrayIcon(QStringLiteral(":/omri36.png"));
     m_tray->setVisible(true);
+    m_scaleFollower = std::make_unique<ScaleFollower>(m_tray);
     m_tray->setToolTip(trayTitle());
     connect(m_tray, SIGNAL(activated(QSystemTrayIcon::ActivationReason)), this,
             SLOT(trayActivated(QSystemTrayIcon::ActivationReason)));

@@ -2,6 +2,7 @@
 
 #include "ui/measures.h"
 
+#include <QEvent>
 #include <QHBoxLayout>
 #include <QIcon>
 #include <QLabel>
@@ -92,6 +93,15 @@ void Guide::reserveRoom()
     }
 }
 
+/// A screen with another scale wants another picture.
+bool Guide::event(QEvent* event)
+{
+    const bool accepted = QDialog::event(event);
+    if (event->type() == QEvent::ScreenChangeInternal)
+        showPicture();
+    return accepted;
+}
+
 void Guide::moveForward()
 {
     showStep(m_step + 1);
@@ -102,6 +112,12 @@ void Guide::moveBack()
     showStep(m_step - 1);
 }
 
+/// Translated, since there are words in the picture. An icon has the finer one for screens that show it.
+void Guide::showPicture()
+{
+    m_picture->setPixmap(QIcon(tr(":/guide%1.png").arg(m_step)).pixmap(windowHandle(), pictureSize));
+}
+
 void Guide::showStep(int step)
 {
     if (step < 1 || step > stepCount)
@@ -109,8 +125,7 @@ void Guide::showStep(int step)
     m_step = step;
     m_stepLabel->setText(tr("Step %n", "", step) + QLatin1Char(' ') + tr("of %n", "", stepCount));
     m_text->setText(m_texts.at(static_cast<size_t>(step - 1)));
-    // Translated, since there are words in the picture. An icon has the finer one for screens that show it.
-    m_picture->setPixmap(QIcon(tr(":/guide%1.png").arg(step)).pixmap(pictureSize));
+    showPicture();
 
     switch (step) {
     case 1:

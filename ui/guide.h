@@ -21,12 +21,16 @@ private slots:
     void moveForward();
     void moveBack();
 
+protected:
+    bool event(QEvent* event) override;
+
 private:
     static constexpr int stepCount = 4;
 
     void buildLayout();
     void reserveRoom();
     void showStep(int step);
+    void showPicture();
 
     int m_step = 1;
     QLabel* m_picture;
