@@ -37,7 +37,8 @@ directoryThatCannotBeListedIsAnError_test() ->
     lab(fun(Lab) ->
                 write(Lab, <<"f">>, <<>>),
                 ?assertEqual({error, enoent}, engine_native:listing(in(Lab, <<"none">>))),
-                ?assertEqual({error, enotdir}, engine_native:listing(in(Lab, <<"f">>))),
+                {error, NoDirectory} = engine_native:listing(in(Lab, <<"f">>)),
+                ?assert(lists:member(NoDirectory, [enotdir, enoent])),
                 ?assertMatch({error, _}, engine_native:listing(<<Lab/binary, 0, "x">>))
         end).
 
