@@ -33,7 +33,7 @@
 %% The share of the time that looking at everything may take: while nobody tells
 %% what changes in the cloud, and when somebody does.
 -define(BLIND_SHARE, 20).
--define(WATCHED_SHARE, 300).
+-define(WATCHED_SHARE, 1000).
 -define(BLIND_MAX_MS, 60000).
 -define(WATCHED_MAX_MS, 3600000).
 -define(WATCH_AGAIN_MS, 60000).
