@@ -73,7 +73,8 @@ private:
         const bool ready = QTest::qWaitFor(
             [&] { return m_engine->starts().size() > before && m_engine->input().endsWith("}\n"); }, deadline());
         if (!ready)
-            qFatal("the client did not start its engine: %s", client->readAllStandardError().constData());
+            qFatal("the client did not start its engine (state %d, code %d): %s", client->state(), client->exitCode(),
+                   client->readAllStandardError().constData());
         return client;
     }
 
