@@ -230,7 +230,10 @@ load(Path) ->
     Tree.
 
 loaded({facts, Next, Tokens}, Tree) -> set(next, Next, Tree), set(tokens, Tokens, Tree), Tree;
-loaded({rows, Rows}, Tree) -> lists:foreach(fun(Row) -> put_item(Row, 0, Tree) end, Rows), Tree;
+loaded({rows, Rows}, Tree) ->
+    grow(lists:sum([Size || #item{cloud_size = Size} <- Rows]), Tree),
+    ets:insert(Tree, Rows),
+    Tree;
 loaded({deltas, Deltas}, Tree) -> lists:foldl(fun change/2, Tree, Deltas);
 loaded({known, Path, Id, Base}, Tree) ->
     Key = {make_dir(engine_path:parent(Path), Tree), engine_path:name(Path)},

@@ -18,6 +18,7 @@ sample() -> apply_all(deltas()).
 %% All that a tree tells.
 told(Tree) ->
     Below = engine_tree:below(<<>>, Tree),
+    ?assertEqual(lists:sum([Size || {_, #{cloud := {{Size, _, _, _}, _}}} <- Below]), engine_tree:space(Tree)),
     {engine_tree:tokens(Tree), lists:sort([{Path, Base, engine_tree:id_path(Path, Tree)} || {Path, Base} <- Below])}.
 
 with_file(Test) ->
