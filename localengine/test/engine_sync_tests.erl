@@ -167,7 +167,7 @@ watchingProgramEndsWithTheSync_test() ->
         try
             lab(#{watcher => watcher(Program, "echo $$ >\"${0%/*}/new\"; mv \"${0%/*}/new\" \"${0%/*}/pid\"; echo =; exec cat")},
                 fun(_, _) -> soon(started, fun() -> engine_lab:exists(in(Program, "pid")) end) end),
-            engine_lab:wait(ended, fun() -> not filelib:is_dir(["/proc/", Pid()]) end)
+            engine_lab:wait(ended, fun() -> not engine_lab:exists(<<"/proc/", (Pid())/binary>>) end)
         after engine_lab:remove(Program)
         end
     end).

@@ -66,5 +66,5 @@ programEndsWithTheWatch_test() ->
                     {changed, [Pid]} = told(Watch),
                     unlink(Watch),
                     exit(Watch, kill),
-                    engine_lab:wait(ended, fun() -> not filelib:is_dir(["/proc/", Pid]) end)
+                    engine_lab:wait(ended, fun() -> not engine_lab:exists(<<"/proc/", Pid/binary>>) end)
             end).
